@@ -1,0 +1,472 @@
+// Broken invariants end the process through the C library's assertion
+// failure in every build type, so this file must see <assert.h> as if NDEBUG
+// were not set.
+#undef NDEBUG
+
+#include "cli/cmd_line_interface.h"
+
+#include <syslog.h>
+
+#include <algorithm>
+#include <cassert>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string_view>
+
+namespace zel {
+namespace cli {
+namespace {
+
+constexpr char kBackspace = '\b';
+constexpr char kBlank = ' ';
+constexpr char kLineFeed = '\n';
+// Sent after blanking a whole line; terminals ignore it.
+constexpr char kNul = '\0';
+
+constexpr uint32_t kHistoryLimit = 20;
+constexpr int kMaxWords = 10;
+constexpr std::string_view kWordDelimiters(" \t", 2);
+constexpr char kUsageQuery = '?';
+// What "%s" shows for a missing first word, spelled out rather than left to
+// the C library.
+constexpr char kNoWord[] = "(null)";
+
+// The name under which assertion failures of this file are reported.
+constexpr char kSourceName[] = "cmd_line_interface.cc";
+
+// Reports a failed assertion of `expression` the way assert() does and ends
+// the process. Unlike assert(), it cannot be compiled out.
+[[noreturn]] void FailAssertion(const char* expression, unsigned int line,
+                                const char* function) {
+#if defined(__GLIBC__)
+  __assert_fail(expression, kSourceName, line, function);
+#else
+  std::fprintf(stderr, "%s:%u: %s: Assertion `%s' failed.\n", kSourceName, line,
+               function, expression);
+  std::abort();
+#endif
+}
+
+// Owns a dispatched line's word buffers and frees them, last word first, on
+// every path out of the dispatch, an exception from the command included.
+// It keeps its own pointers, so a command that rewrites its argv entries
+// cannot make it free the wrong thing.
+class WordBuffers {
+ public:
+  WordBuffers() = default;
+  WordBuffers(const WordBuffers&) = delete;
+  WordBuffers& operator=(const WordBuffers&) = delete;
+  ~WordBuffers() {
+    for (int i = kMaxWords - 1; i >= 0; --i) std::free(words_[i]);
+  }
+
+  // A zero-filled buffer for `word` and its NUL. Running out of memory here
+  // is fatal.
+  char* Add(int index, const std::string& word) {
+    words_[index] = static_cast<char*>(std::calloc(word.size() + 1, 1));
+    if (words_[index] == nullptr) {
+      FailAssertion("argv[argc] != __null", __LINE__,
+                    "bool zel::cli::CmdLineInterface::ParseLine()");
+    }
+    return std::strcpy(words_[index], word.c_str());
+  }
+
+ private:
+  char* words_[kMaxWords] = {};
+};
+
+}  // namespace
+
+CmdLineInterface::Command::Command(std::string name, std::string explain,
+                                   std::string usage,
+                                   std::function<Result(int, char**)> func)
+    : name(std::move(name)),
+      explain(std::move(explain)),
+      usage(std::move(usage)),
+      func(std::move(func)) {}
+
+Result CmdLineInterface::Command::DoFunc(int argc, char** argv) const {
+  if (!func) return Result::Failure;
+  return func(argc, argv);
+}
+
+CmdLineInterface::CmdLineInterface()
+    : prompt_("cli>"),
+      history_limit_(kHistoryLimit),
+      name_width_(0),
+      explain_width_(0),
+      history_browsing_(false),
+      history_index_(0) {
+  using std::placeholders::_1;
+  using std::placeholders::_2;
+  // exit and quit share one function on purpose.
+  std::vector<Command> builtins = {
+      Command("help", "show commands list", "{}",
+              std::bind(&CmdLineInterface::CmdDefaultFuncHelp, this, _1, _2)),
+      Command("exit", "exit program", "{}",
+              std::bind(&CmdLineInterface::CmdDefaultFuncExit, this, _1, _2)),
+      Command("quit", "quit program", "{}",
+              std::bind(&CmdLineInterface::CmdDefaultFuncExit, this, _1, _2)),
+  };
+  AddCmdList(builtins);
+  head_message_ = prompt_;
+}
+
+CmdLineInterface::~CmdLineInterface() { RemoveCandidateScreen(); }
+
+// ---------------------------------------------------------------------------
+// Session loop
+
+bool CmdLineInterface::Run() {
+  WriteOnConsole(greeting_message_);
+  running_ = true;
+  do {
+    WriteOnConsole(head_message_);
+    ReadLine();
+    ParseLine();
+  } while (running_);
+  return true;
+}
+
+bool CmdLineInterface::ReadLine() {
+  cursor_ = 0;
+  line_.clear();
+  // One record for the whole line: a decoding path that leaves a field alone
+  // passes the previous key's value on.
+  Console::KeyInfo key = {0, Console::KeyType::None};
+  do {
+    console_.ReadKey(&key);
+  } while (!HandleKeyEvent(&key));
+  return true;
+}
+
+bool CmdLineInterface::HandleKeyEvent(Console::KeyInfo* key) {
+  return HandleKey(static_cast<char>(key->character & 0xFF), key->type);
+}
+
+bool CmdLineInterface::HandleKey(char character, Console::KeyType type) {
+  using KeyType = Console::KeyType;
+  switch (type) {
+    case KeyType::Character:
+      InsertString(std::string(1, character));
+      return false;
+    case KeyType::Backspace:
+      DeleteCharacters(1);
+      return false;
+    case KeyType::Enter:
+      MoveCursorDown();
+      return true;
+    case KeyType::Left:
+      MoveCursorToLeft(1);
+      return false;
+    case KeyType::Right:
+      MoveCursorToRight(1);
+      return false;
+    case KeyType::Up:
+      UpHistory(1);
+      return false;
+    case KeyType::Down:
+      DownHistory(1);
+      return false;
+    case KeyType::Home:
+      MoveCursorToLeft(cursor_);
+      return false;
+    case KeyType::End:
+      MoveCursorToRight(static_cast<uint32_t>(line_.size()) - cursor_);
+      return false;
+    case KeyType::Tab:
+      ShowCandidateScreen();
+      return false;
+    case KeyType::PageUp: {
+      // Unsigned on purpose: the arithmetic wraps the way browsing expects.
+      uint32_t count = static_cast<uint32_t>(history_.size());
+      UpHistory(count - history_index_ - history_browsing_);
+      return false;
+    }
+    case KeyType::PageDown:
+      DownHistory(history_browsing_ + history_index_);
+      return false;
+    default:
+      // None, Insert, Delete, Ctrl+Left, Ctrl+Right: no forward delete, no
+      // overwrite mode, no word-wise moves.
+      return false;
+  }
+}
+
+bool CmdLineInterface::WriteOnConsole(const std::string& text) {
+  return console_.WriteMsg(text);
+}
+
+bool CmdLineInterface::WriteOnConsole(char c) {
+  return console_.WriteMsg(std::string(1, c));
+}
+
+bool CmdLineInterface::SetHeadMessage(std::string message) {
+  head_message_ = std::move(message);
+  return true;
+}
+
+bool CmdLineInterface::SetGreetingMessage(std::string message) {
+  greeting_message_ = std::move(message);
+  return true;
+}
+
+bool CmdLineInterface::SetFontColor(Console::FontColor color) {
+  console_.SetFontColor(color);
+  return true;
+}
+
+// ---------------------------------------------------------------------------
+// Commands
+
+void CmdLineInterface::AddCmdList(const std::vector<Command>& list) {
+  for (const Command& command : list) {
+    commands_.push_back(command);
+    name_width_ =
+        std::max(name_width_, static_cast<uint32_t>(command.name.size()));
+    explain_width_ =
+        std::max(explain_width_, static_cast<uint32_t>(command.explain.size()));
+  }
+}
+
+bool CmdLineInterface::ParseLine() {
+  if (line_.empty()) return true;
+
+  WordBuffers buffers;
+  char* argv[kMaxWords] = {};
+  int argc = 0;
+  std::string word;
+  size_t position = 0;
+  while (true) {
+    size_t start = line_.find_first_not_of(kWordDelimiters, position);
+    if (start == std::string::npos) break;
+    size_t end = line_.find_first_of(kWordDelimiters, start);
+    word.assign(line_, start, end - start);
+
+    argv[argc] = buffers.Add(argc, word);
+    ++argc;
+
+    // Words past the tenth are dropped, silently.
+    if (end == std::string::npos || argc == kMaxWords) break;
+    position = end;
+  }
+  DoCmdLine(argc, argv);
+  return true;
+}
+
+Result CmdLineInterface::DoCmdLine(int argc, char** argv) {
+  if (argv == nullptr) return Result::InvalidArgs;
+
+  bool query = false;
+  if (argv[0] != nullptr) {
+    size_t length = std::strlen(argv[0]);
+    if (length > 0 && argv[0][length - 1] == kUsageQuery) {
+      argv[0][length - 1] = '\0';
+      query = true;
+    }
+  }
+  const char* first_word = argv[0] != nullptr ? argv[0] : kNoWord;
+
+  // An index, not a pointer: it stays valid whatever the command does.
+  size_t index = 0;
+  while (index < commands_.size() &&
+         (argv[0] == nullptr || commands_[index].name != argv[0])) {
+    ++index;
+  }
+  if (index == commands_.size()) {
+    std::printf("cmd [%s] is not supported\n", first_word);
+    return Result::NotSupported;
+  }
+  if (query) {
+    ShowHowTo(commands_[index].usage);
+    return Result::Success;
+  }
+
+  // Every line that reaches a command is remembered, whatever it returns,
+  // and only after it has run.
+  Result result = commands_[index].DoFunc(argc, argv);
+  if (result == Result::InvalidArgs) {
+    ShowHowTo(commands_[index].usage);
+  } else if (result != Result::Success) {
+    std::printf("Failed to do [%s] ret code [%d]\n",
+                commands_[index].name.c_str(), static_cast<int>(result));
+  }
+  AddHistory();
+  if (result == Result::NotSupported) {
+    std::printf("cmd [%s] is not supported\n",
+                argv[0] != nullptr ? argv[0] : kNoWord);
+  }
+  return result;
+}
+
+bool CmdLineInterface::ShowHowTo(const std::string& usage) {
+  std::printf("Usage : %s\n", usage.c_str());
+  return true;
+}
+
+Result CmdLineInterface::CmdDefaultFuncHelp(int, char**) {
+  // Each field is padded to its column's width before its tab, so the
+  // terminal's tab stops line the columns up. One write per listing line.
+  auto write_row = [this](const std::string& name, const std::string& explain,
+                          const std::string& usage) {
+    std::string row = name;
+    FillSpaceCharacter(row, static_cast<unsigned int>(name.size()),
+                       name_width_);
+    row += '\t';
+    row += explain;
+    FillSpaceCharacter(row, static_cast<unsigned int>(explain.size()),
+                       explain_width_);
+    row += '\t';
+    row += usage;
+    row += kLineFeed;
+    WriteOnConsole(row);
+  };
+  write_row("cmd:", "explain:", "usage:");
+  for (const Command& command : commands_) {
+    write_row(command.name, command.explain, command.usage);
+  }
+  return Result::Success;
+}
+
+Result CmdLineInterface::CmdDefaultFuncExit(int, char**) {
+  running_ = false;
+  // Run() sees running_ after this line is dispatched. The wake-up is never
+  // drained, so any read after this one returns at once.
+  console_.StopRead();
+  return Result::Success;
+}
+
+void CmdLineInterface::FillSpaceCharacter(std::string& text, unsigned int from,
+                                          unsigned int to) {
+  if (from < to) text.append(to - from, kBlank);
+}
+
+// ---------------------------------------------------------------------------
+// Line editor
+//
+// The terminal cursor is assumed to stand at line_[cursor_], counted from
+// the end of the head message, and the line never to wrap. Each operation
+// sends one string: a failed allocation while building it sends nothing and
+// changes nothing.
+
+bool CmdLineInterface::InsertString(const std::string& text) {
+  if (cursor_ > line_.size()) {
+    syslog(LOG_ERR, "%s %d : this should not happend\n", "InsertString", 467);
+    FailAssertion(
+        "0", 468,
+        "bool zel::cli::CmdLineInterface::InsertString(std::string&)");
+  }
+  std::string_view tail = std::string_view(line_).substr(cursor_);
+  std::string update;
+  try {
+    // The text pushes the tail right; the backspaces come back over the tail.
+    update.reserve(text.size() + 2 * tail.size());
+    update.append(text).append(tail).append(tail.size(), kBackspace);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  WriteOnConsole(update);
+  line_.insert(cursor_, text);
+  cursor_ += static_cast<uint32_t>(text.size());
+  return true;
+}
+
+bool CmdLineInterface::DeleteCharacters(uint32_t n) {
+  if (n > cursor_) return false;  // never a partial deletion
+  std::string_view tail = std::string_view(line_).substr(cursor_);
+  std::string update;
+  try {
+    // Redraw the tail n columns further left, blank the n columns it leaves
+    // behind, and come back to the new cursor column.
+    update.reserve(3 * n + 2 * tail.size());
+    update.append(n, kBackspace)
+        .append(tail)
+        .append(n, kBlank)
+        .append(n + tail.size(), kBackspace);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  WriteOnConsole(update);
+  line_.erase(cursor_ - n, n);
+  cursor_ -= n;
+  return true;
+}
+
+bool CmdLineInterface::MoveCursorToLeft(uint32_t n) {
+  if (n > cursor_) return false;
+  std::string update;
+  try {
+    update.assign(n, kBackspace);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  WriteOnConsole(update);
+  cursor_ -= n;
+  return true;
+}
+
+bool CmdLineInterface::MoveCursorToRight(uint32_t n) {
+  std::string_view tail = std::string_view(line_).substr(cursor_);
+  if (n > tail.size()) return false;
+  std::string update;
+  try {
+    // Moving right rewrites the whole tail rather than relying on a
+    // cursor-forward sequence, then backs up over what lies beyond.
+    update.reserve(2 * tail.size());
+    update.append(tail).append(tail.size() - n, kBackspace);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  WriteOnConsole(update);
+  cursor_ += n;
+  return true;
+}
+
+bool CmdLineInterface::ClearCharacters() {
+  size_t length = line_.size();
+  if (length == 0) return true;
+  std::string update;
+  try {
+    // Steps back by the line's length, not by cursor_: callers leave the
+    // cursor where it is, so from inside the line this blanks columns left of
+    // the line's start. That is how the line has always been cleared.
+    update.reserve(3 * length + 1);
+    update.append(length, kBackspace)
+        .append(length, kBlank)
+        .append(length, kBackspace)
+        .append(1, kNul);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  WriteOnConsole(update);
+  line_.clear();
+  cursor_ = 0;
+  return true;
+}
+
+bool CmdLineInterface::MoveCursorDown() {
+  history_index_ = 0;
+  history_browsing_ = false;
+  saved_line_.clear();
+  // The line feed goes wherever the cursor stands; the line stays as shown.
+  return WriteOnConsole(kLineFeed);
+}
+
+// ---------------------------------------------------------------------------
+// History and completion: keys are routed here already; browsing and the
+// candidate list are not built yet, so these do nothing.
+
+bool CmdLineInterface::AddHistory() { return true; }
+
+bool CmdLineInterface::UpHistory(uint32_t) { return true; }
+
+bool CmdLineInterface::DownHistory(uint32_t) { return true; }
+
+bool CmdLineInterface::ShowCandidateScreen() { return true; }
+
+bool CmdLineInterface::RemoveCandidateScreen() { return true; }
+
+}  // namespace cli
+}  // namespace zel

@@ -1,0 +1,187 @@
+// CmdLineInterface: an interactive command line on a text terminal.
+//
+// A host creates one CmdLineInterface, registers its commands and calls
+// Run(). The session then writes the greeting once and, before every line,
+// the head message ("cli>" unless set otherwise), reads keys from standard
+// input, lets the user edit the line and runs the command that the line's
+// first word names:
+//
+//   zel::cli::CmdLineInterface cli;
+//   std::vector<zel::cli::CmdLineInterface::Command> commands = {
+//       {"hello", "say hello", "{}", [](int, char**) {
+//          std::printf("hello\n");
+//          return zel::cli::Result::Success;
+//        }}};
+//   cli.AddCmdList(commands);
+//   cli.Run();  // returns after "exit" or "quit"
+//
+// Keys: printable bytes are inserted at the cursor; Backspace (BS, DEL)
+// deletes before it; Left/Right (also Ctrl+B/Ctrl+F), Home and End move it;
+// Enter (CR or LF) runs the line. Insert, Delete and Ctrl+Left/Right do
+// nothing. One byte is one terminal column, and the head message and the line
+// are expected to fit on one row.
+//
+// Command lines: words are separated by runs of blanks and tabs, with no
+// quoting; at most 10 words are passed on and the rest of the line is
+// dropped. Names match exactly and case-sensitively. A first word ending in
+// '?' ("set?") prints the command's usage instead of running it. Outcomes are
+// reported on standard output:
+//   unknown command          "cmd [WORD] is not supported"
+//   Result::InvalidArgs      "Usage : USAGE"
+//   Result::Failure, other   "Failed to do [NAME] ret code [N]"
+//   Result::NotSupported     the "Failed to do" line, then "cmd [WORD] is not
+//                            supported"
+// The built-in commands "help", "exit" and "quit" are always registered
+// first, so a host command of the same name is listed but never runs.
+//
+// Threads: the session creates none. Everything runs on the thread that calls
+// Run(), except console_.StopRead(), which another thread may call to wake a
+// read that waits for a key (see Console).
+
+#ifndef ZEL_CLI_CMD_LINE_INTERFACE_H_
+#define ZEL_CLI_CMD_LINE_INTERFACE_H_
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <string>
+#include <vector>
+
+#include "cli/console.h"
+
+namespace zel {
+namespace cli {
+
+// What a command function returns. The underlying type is int so that a
+// command may return any number; values other than these four are reported
+// like Failure, with their own number.
+enum Result : int {
+  Success = 0,       // done; nothing is printed
+  Failure = 1,       // "Failed to do [NAME] ret code [1]"
+  InvalidArgs = 2,   // the command's usage is printed
+  NotSupported = 3,  // "Failed to do ...", then "cmd [..] is not supported"
+};
+
+class CmdLineInterfacePeer;
+
+class CmdLineInterface {
+ public:
+  // One registered command; a value type, copied into the session.
+  class Command {
+   public:
+    // Takes all four by value. `func` may be empty: running the command then
+    // reports a failure with code 1.
+    Command(std::string name, std::string explain, std::string usage,
+            std::function<Result(int, char**)> func);
+
+    // Runs `func`, or returns Result::Failure when it is empty.
+    //
+    // argc is 1 to 10 and argv[0] is the command's name as typed. Each
+    // argv[i] is a writable, NUL-terminated buffer owned by the session and
+    // freed as soon as the call returns: copy what you keep. argv[argc] is
+    // null only when argc is below 10, so go by argc.
+    Result DoFunc(int argc, char** argv) const;
+
+    std::string name;     // the word that runs the command
+    std::string explain;  // one line, shown by "help"
+    std::string usage;    // argument synopsis, shown by "help" and "NAME?"
+    std::function<Result(int, char**)> func;
+  };
+
+  // The list of completion candidates drawn under the line.
+  class CandidateScreen;
+
+  // Registers "help", "exit" and "quit"; the head message is "cli>" and the
+  // greeting empty. Writes nothing.
+  CmdLineInterface();
+  // Writes nothing and changes no terminal setting.
+  ~CmdLineInterface();
+
+  CmdLineInterface(const CmdLineInterface&) = delete;
+  CmdLineInterface& operator=(const CmdLineInterface&) = delete;
+
+  // Appends copies of `list` to the commands, in order, without checking for
+  // duplicate or empty names. Must not be called from a command function.
+  void AddCmdList(const std::vector<Command>& list);
+
+  // Writes the greeting, then reads and runs lines until "exit" or "quit".
+  // Always returns true. Calling it again after "exit" is possible but the
+  // wake-up stays signalled: every wait for a key returns at once and logs
+  // an unknown key, so the loop spins.
+  bool Run();
+
+  // The text written before every line, as it stands (no line break is
+  // added). Takes effect from the next line. Always returns true.
+  bool SetHeadMessage(std::string message);
+
+  // The text written once when Run() starts. Always returns true.
+  bool SetGreetingMessage(std::string message);
+
+  // Writes the colour's escape sequence now. Always returns true.
+  bool SetFontColor(Console::FontColor color);
+
+ private:
+  friend class CmdLineInterfacePeer;  // tests
+
+  // Session loop.
+  bool ReadLine();
+  bool HandleKeyEvent(Console::KeyInfo* key);
+  bool HandleKey(char character, Console::KeyType type);
+  bool WriteOnConsole(const std::string& text);
+  bool WriteOnConsole(char c);
+
+  // Commands.
+  bool ParseLine();
+  Result DoCmdLine(int argc, char** argv);
+  bool ShowHowTo(const std::string& usage);
+  Result CmdDefaultFuncHelp(int argc, char** argv);
+  Result CmdDefaultFuncExit(int argc, char** argv);
+  static void FillSpaceCharacter(std::string& text, unsigned int from,
+                                 unsigned int to);
+
+  // Line editor. Each sends its whole update in one write; a refused move or
+  // deletion returns false and writes nothing.
+  bool InsertString(const std::string& text);
+  bool DeleteCharacters(uint32_t n);
+  bool MoveCursorToLeft(uint32_t n);
+  bool MoveCursorToRight(uint32_t n);
+  bool ClearCharacters();
+  bool MoveCursorDown();
+
+  // History.
+  bool AddHistory();
+  bool UpHistory(uint32_t n);
+  bool DownHistory(uint32_t n);
+
+  // Completion.
+  bool ShowCandidateScreen();
+  bool RemoveCandidateScreen();
+
+  std::string prompt_;
+  uint32_t history_limit_;
+  bool running_ = false;
+  uint32_t cursor_ = 0;  // index into line_, never past its end
+  uint32_t name_width_;
+  uint32_t explain_width_;
+  bool history_browsing_;
+  uint32_t history_index_;
+  std::string head_message_;
+  std::string greeting_message_;
+  std::string line_;
+  std::string saved_line_;
+
+ public:
+  // Public so that another thread can call console_.StopRead() to wake a
+  // session that waits for a key. Use nothing else of it while Run() runs.
+  Console console_;
+
+ private:
+  std::list<std::string> history_;  // newest first
+  std::vector<Command> commands_;   // in registration order
+  CandidateScreen* candidate_screen_ = nullptr;
+};
+
+}  // namespace cli
+}  // namespace zel
+
+#endif  // ZEL_CLI_CMD_LINE_INTERFACE_H_

@@ -1,0 +1,119 @@
+// A device shell as it might run on a board's serial console: a small
+// key/value configuration store, a few status commands, and one command for
+// each way a command can end (done, wrong arguments, not supported, failed).
+#include <cli/cmd_line_interface.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+using zel::cli::CmdLineInterface;
+using zel::cli::Result;
+
+class DeviceShell {
+ public:
+  DeviceShell() : started_(std::chrono::steady_clock::now()) {
+    config_["hostname"] = "board-01";
+    config_["baudrate"] = "115200";
+  }
+
+  std::vector<CmdLineInterface::Command> Commands() {
+    return {
+        {"set", "store a configuration value", "KEY VALUE",
+         [this](int argc, char** argv) { return Set(argc, argv); }},
+        {"get", "print one configuration value", "KEY",
+         [this](int argc, char** argv) { return Get(argc, argv); }},
+        {"show", "list the configuration", "{}",
+         [this](int, char**) { return Show(); }},
+        {"echo", "print the words back", "[WORD]...", Echo},
+        {"uptime", "time since the shell started", "{}",
+         [this](int, char**) { return Uptime(); }},
+        {"led", "switch the status LED", "on|off", Led},
+        {"reboot", "restart the board", "[now]",
+         [](int, char**) { return Result::NotSupported; }},
+        {"selftest", "check the sensors (sensor 2 is unplugged)", "{}",
+         SelfTest},
+    };
+  }
+
+ private:
+  Result Set(int argc, char** argv) {
+    if (argc != 3) return Result::InvalidArgs;
+    config_[argv[1]] = argv[2];
+    return Result::Success;
+  }
+
+  Result Get(int argc, char** argv) {
+    if (argc != 2) return Result::InvalidArgs;
+    auto entry = config_.find(argv[1]);
+    if (entry == config_.end()) {
+      std::printf("%s is not set\n", argv[1]);
+      return Result::Failure;
+    }
+    std::printf("%s\n", entry->second.c_str());
+    return Result::Success;
+  }
+
+  Result Show() {
+    for (const auto& [key, value] : config_) {
+      std::printf("%-12s %s\n", key.c_str(), value.c_str());
+    }
+    return Result::Success;
+  }
+
+  static Result Echo(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+      std::printf("%s%s", i > 1 ? " " : "", argv[i]);
+    }
+    std::printf("\n");
+    return Result::Success;
+  }
+
+  Result Uptime() {
+    auto seconds = std::chrono::duration_cast<std::chrono::seconds>(
+                       std::chrono::steady_clock::now() - started_)
+                       .count();
+    std::printf("up %lld:%02lld:%02lld\n",
+                static_cast<long long>(seconds / 3600),
+                static_cast<long long>(seconds / 60 % 60),
+                static_cast<long long>(seconds % 60));
+    return Result::Success;
+  }
+
+  static Result Led(int argc, char** argv) {
+    if (argc != 2) return Result::InvalidArgs;
+    if (std::strcmp(argv[1], "on") != 0 && std::strcmp(argv[1], "off") != 0) {
+      return Result::InvalidArgs;
+    }
+    std::printf("status LED %s\n", argv[1]);
+    return Result::Success;
+  }
+
+  // A command may return any number; dispatch reports it as a failure code.
+  static Result SelfTest(int, char**) {
+    constexpr int kSensorNotResponding = 5;
+    std::printf("sensor 1 ok\nsensor 2 not responding\n");
+    return static_cast<Result>(kSensorNotResponding);
+  }
+
+  std::chrono::steady_clock::time_point started_;
+  std::map<std::string, std::string> config_;
+};
+
+}  // namespace
+
+int main() {
+  DeviceShell shell;
+  CmdLineInterface cli;
+  cli.AddCmdList(shell.Commands());
+  cli.SetGreetingMessage(
+      "zelcli device shell. Type help for the commands, exit to leave.\n");
+  cli.SetHeadMessage("board> ");
+  cli.Run();
+  return 0;
+}

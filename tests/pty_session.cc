@@ -1,0 +1,267 @@
+#include "pty_session.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+namespace zel {
+namespace cli {
+namespace testing {
+namespace {
+
+// Generous, for loaded machines and emulated targets; reaching it fails the
+// test rather than hanging it.
+constexpr std::chrono::seconds kPatience(60);
+
+void SetNonBlocking(int fd) {
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+}
+
+std::string ReadAvailable(int fd) {
+  std::string bytes;
+  char buffer[4096];
+  while (true) {
+    ssize_t n = read(fd, buffer, sizeof(buffer));
+    if (n > 0) {
+      bytes.append(buffer, static_cast<size_t>(n));
+    } else if (n < 0 && errno == EINTR) {
+      continue;
+    } else {
+      return bytes;  // EAGAIN, EIO after the child closed, or end of file
+    }
+  }
+}
+
+}  // namespace
+
+std::string Visible(const std::string& bytes) {
+  std::string out;
+  for (unsigned char c : bytes) {
+    switch (c) {
+      case 0x00:
+        out += "<NUL>";
+        break;
+      case 0x08:
+        out += "<BS>";
+        break;
+      case 0x09:
+        out += "<TAB>";
+        break;
+      case 0x0A:
+        out += "<LF>";
+        break;
+      case 0x0D:
+        out += "<CR>";
+        break;
+      case 0x1B:
+        out += "<ESC>";
+        break;
+      default:
+        if (c < 0x20 || c >= 0x7F) {
+          char hex[8];
+          std::snprintf(hex, sizeof(hex), "<0x%02X>", c);
+          out += hex;
+        } else {
+          out += static_cast<char>(c);
+        }
+    }
+  }
+  return out;
+}
+
+PtySession::PtySession(const std::vector<std::string>& argv) {
+  termios settings = {};
+  winsize size = {};
+  size.ws_row = 24;
+  size.ws_col = 80;
+  if (openpty(&master_, &slave_, nullptr, nullptr, &size) != 0) {
+    ADD_FAILURE() << "openpty failed: " << std::strerror(errno);
+    return;
+  }
+  tcgetattr(slave_, &settings);
+  settings.c_oflag &= ~OPOST;
+  settings.c_iflag &= ~(ICRNL | INLCR | IGNCR | IXON | IXOFF);
+  settings.c_lflag &= ~(ISIG | IEXTEN);
+  tcsetattr(slave_, TCSANOW, &settings);
+  tcgetattr(slave_, &initial_settings_);
+
+  int error_pipe[2];
+  int control_pipe[2];
+  if (pipe(error_pipe) != 0 || pipe(control_pipe) != 0) {
+    ADD_FAILURE() << "pipe failed";
+    return;
+  }
+
+  std::vector<char*> args;
+  for (const std::string& arg : argv)
+    args.push_back(const_cast<char*>(arg.c_str()));
+  args.push_back(nullptr);
+
+  pid_ = fork();
+  if (pid_ == 0) {
+    setsid();
+    ioctl(slave_, TIOCSCTTY, 0);
+    dup2(slave_, STDIN_FILENO);
+    dup2(slave_, STDOUT_FILENO);
+    dup2(error_pipe[1], STDERR_FILENO);
+    dup2(control_pipe[0], 3);
+    for (int fd : {master_, slave_, error_pipe[0], error_pipe[1],
+                   control_pipe[0], control_pipe[1]}) {
+      if (fd > 3) close(fd);
+    }
+    execv(args[0], args.data());
+    _exit(127);
+  }
+  close(error_pipe[1]);
+  close(control_pipe[0]);
+  stderr_ = error_pipe[0];
+  control_ = control_pipe[1];
+  SetNonBlocking(master_);
+  SetNonBlocking(stderr_);
+
+  WaitUntilWaitingForKey(-1);
+  startup_output_ = DrainMaster();
+}
+
+PtySession::~PtySession() {
+  if (pid_ > 0 && !Exited()) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  for (int fd : {master_, slave_, stderr_, control_}) {
+    if (fd >= 0) close(fd);
+  }
+}
+
+std::string PtySession::Type(const std::string& keys) {
+  long switches = VoluntarySwitches();
+  Send(keys);
+  WaitUntilWaitingForKey(switches);
+  return DrainMaster();
+}
+
+void PtySession::Send(const std::string& keys) {
+  if (write(master_, keys.data(), keys.size()) !=
+      static_cast<ssize_t>(keys.size())) {
+    ADD_FAILURE() << "could not send " << Visible(keys);
+  }
+}
+
+std::string PtySession::WaitForExit() {
+  std::string out;
+  auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!Exited() && std::chrono::steady_clock::now() < deadline) {
+    CollectStderr();
+    out += DrainMaster();  // a host that writes a lot must not block
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+  if (!Exited()) ADD_FAILURE() << "the host did not exit";
+  return out + DrainMaster();
+}
+
+std::string PtySession::TakeStderr() {
+  CollectStderr();
+  return std::move(stderr_collected_);
+}
+
+std::string PtySession::WaitForStderr(const std::string& needle, int count) {
+  auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (std::chrono::steady_clock::now() < deadline) {
+    CollectStderr();
+    int seen = 0;
+    for (size_t at = stderr_collected_.find(needle); at != std::string::npos;
+         at = stderr_collected_.find(needle, at + needle.size())) {
+      ++seen;
+    }
+    if (seen >= count) return TakeStderr();
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+  ADD_FAILURE() << "stderr never showed \"" << needle << "\" " << count
+                << " times";
+  return TakeStderr();
+}
+
+// Kept drained while waiting, so a host that logs a lot never blocks on a
+// full pipe.
+void PtySession::CollectStderr() {
+  stderr_collected_ += ReadAvailable(stderr_);
+}
+
+void PtySession::Signal() {
+  char byte = 1;
+  if (write(control_, &byte, 1) != 1)
+    ADD_FAILURE() << "control pipe write failed";
+}
+
+bool PtySession::WaitsForKey() {
+  if (Exited()) return false;
+  int unread = 0;
+  ioctl(slave_, FIONREAD, &unread);
+  return unread == 0 && (SlaveSettings().c_lflag & ICANON) == 0 && InPoll();
+}
+
+termios PtySession::SlaveSettings() const {
+  termios settings = {};
+  tcgetattr(slave_, &settings);
+  return settings;
+}
+
+bool PtySession::Exited(int* status) {
+  if (!exited_ && pid_ > 0 && waitpid(pid_, &status_, WNOHANG) == pid_)
+    exited_ = true;
+  if (exited_ && status != nullptr) *status = status_;
+  return exited_;
+}
+
+std::string PtySession::DrainMaster() { return ReadAvailable(master_); }
+
+long PtySession::VoluntarySwitches() const {
+  std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("voluntary_ctxt_switches:", 0) == 0) {
+      return std::stol(line.substr(line.find(':') + 1));
+    }
+  }
+  return -1;
+}
+
+bool PtySession::InPoll() const {
+  std::ifstream syscall_file("/proc/" + std::to_string(pid_) + "/syscall");
+  long number = -1;
+  if (!(syscall_file >> number)) return false;  // "running", or gone
+#ifdef SYS_poll
+  if (number == SYS_poll) return true;
+#endif
+  return number == SYS_ppoll;
+}
+
+void PtySession::WaitUntilWaitingForKey(long switches_before) {
+  auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (std::chrono::steady_clock::now() < deadline) {
+    CollectStderr();
+    if (Exited()) return;
+    // The sleep count proves the child has slept since the keys were sent,
+    // so a poll() that has not yet seen them does not count as waiting.
+    if (VoluntarySwitches() > switches_before && WaitsForKey()) return;
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+  ADD_FAILURE() << "the host did not come back to wait for a key";
+}
+
+}  // namespace testing
+}  // namespace cli
+}  // namespace zel

@@ -1,0 +1,103 @@
+// PtySession runs a host program in a child process on a pseudo-terminal,
+// types keys into it and returns exactly the bytes it writes back.
+//
+// Keys are sent only while the host waits for one: Type() returns once the
+// child is back in its poll() with the terminal in non-canonical mode, no
+// unread input on the slave, and at least one sleep since the keys were
+// sent. That makes every exchange deterministic without timing assumptions.
+//
+// The slave starts from the kernel's defaults with output post-processing
+// (OPOST), CR-to-LF translation, flow control, signal keys and extended input
+// processing off, so the bytes on both sides are exactly the programs' own.
+// The child's standard error is a separate pipe: a host that opens the system
+// log with LOG_PERROR shows its log lines there.
+
+#ifndef ZEL_CLI_TESTS_PTY_SESSION_H_
+#define ZEL_CLI_TESTS_PTY_SESSION_H_
+
+#include <sys/types.h>
+#include <termios.h>
+
+#include <string>
+#include <vector>
+
+namespace zel {
+namespace cli {
+namespace testing {
+
+// Shows bytes readably in failure messages: "<BS>", "<ESC>[1F", "<NUL>",
+// "<0x80>".
+std::string Visible(const std::string& bytes);
+
+class PtySession {
+ public:
+  // Starts `argv` (argv[0] is the program's path) and waits until it first
+  // waits for a key. The child's descriptor 3 is the read end of a control
+  // pipe, written by Signal().
+  explicit PtySession(const std::vector<std::string>& argv);
+  // Kills the child if it still runs.
+  ~PtySession();
+
+  PtySession(const PtySession&) = delete;
+  PtySession& operator=(const PtySession&) = delete;
+
+  // Sends `keys` in one write and returns what the host wrote until it waits
+  // again (or exits). Keep `keys` short: they must reach the host at once.
+  std::string Type(const std::string& keys);
+
+  // Sends `keys` without waiting for an answer.
+  void Send(const std::string& keys);
+  // Waits until the host exits and returns what it wrote since the last
+  // exchange.
+  std::string WaitForExit();
+
+  // What the host wrote before it first waited for a key.
+  const std::string& startup_output() const { return startup_output_; }
+
+  // Standard error written since the last call.
+  std::string TakeStderr();
+  // Waits until standard error has shown `needle` `count` times since the
+  // last TakeStderr(), and returns all of it.
+  std::string WaitForStderr(const std::string& needle, int count);
+
+  // Writes one byte to the child's descriptor 3.
+  void Signal();
+
+  // Whether the host is blocked waiting for a key right now, judged as Type()
+  // does, without sending anything.
+  bool WaitsForKey();
+
+  // The slave's current settings.
+  termios SlaveSettings() const;
+  // The settings the slave was given at the start.
+  const termios& initial_settings() const { return initial_settings_; }
+
+  // Whether the child has ended; if so, its wait status.
+  bool Exited(int* status = nullptr);
+
+  pid_t pid() const { return pid_; }
+
+ private:
+  std::string DrainMaster();
+  void CollectStderr();
+  long VoluntarySwitches() const;
+  bool InPoll() const;
+  void WaitUntilWaitingForKey(long switches_before);
+
+  pid_t pid_ = -1;
+  int master_ = -1;
+  int slave_ = -1;  // kept open to inspect the line discipline's state
+  int stderr_ = -1;
+  int control_ = -1;
+  bool exited_ = false;
+  int status_ = 0;
+  std::string stderr_collected_;
+  termios initial_settings_ = {};
+  std::string startup_output_;
+};
+
+}  // namespace testing
+}  // namespace cli
+}  // namespace zel
+
+#endif  // ZEL_CLI_TESTS_PTY_SESSION_H_
