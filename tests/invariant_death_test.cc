@@ -4,6 +4,16 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
 
+#include <cstdlib>
+
+// Interposes the C library's calloc(), which the session uses for the words
+// of a dispatched line, so that a test can make it fail.
+extern "C" void* __libc_calloc(size_t count, size_t size);
+static bool calloc_fails = false;
+extern "C" void* calloc(size_t count, size_t size) {
+  return calloc_fails ? nullptr : __libc_calloc(count, size);
+}
+
 namespace zel {
 namespace cli {
 
@@ -15,6 +25,10 @@ class CmdLineInterfacePeer {
   }
   static bool InsertString(CmdLineInterface& cli, const std::string& text) {
     return cli.InsertString(text);
+  }
+  static bool ParseLine(CmdLineInterface& cli, const std::string& line) {
+    cli.line_ = line;
+    return cli.ParseLine();
   }
 };
 
@@ -32,6 +46,18 @@ TEST(LineEditingDeathTest, CursorPastTheLineEndsTheProcess) {
       ".*cmd_line_interface.cc:468: bool "
       "zel::cli::CmdLineInterface::InsertString\\(std::string&\\): "
       "Assertion `0' failed");
+}
+
+TEST(DispatchDeathTest, NoMemoryForAWordEndsTheProcess) {
+  EXPECT_DEATH(
+      {
+        CmdLineInterface cli;
+        calloc_fails = true;
+        CmdLineInterfacePeer::ParseLine(cli, "help");
+      },
+      "cmd_line_interface.cc:[0-9]+: bool "
+      "zel::cli::CmdLineInterface::ParseLine\\(\\): "
+      "Assertion `argv\\[argc\\] != __null' failed");
 }
 
 }  // namespace

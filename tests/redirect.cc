@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/ioctl.h>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace zel {
@@ -97,6 +98,16 @@ std::string FdCapture::Take() {
     bytes.append(buffer, static_cast<size_t>(n));
   }
   return bytes;
+}
+
+LogToStderr::LogToStderr(const char* name) {
+  openlog(name, LOG_PERROR, LOG_USER);
+}
+
+LogToStderr::~LogToStderr() {
+  // closelog() alone keeps LOG_PERROR for the next line logged.
+  openlog(nullptr, 0, LOG_USER);
+  closelog();
 }
 
 }  // namespace testing

@@ -59,6 +59,13 @@ class FdCapture {
   int read_end_ = -1;
 };
 
+// Copies the system log to standard error, behind `name`, while it lives.
+class LogToStderr {
+ public:
+  explicit LogToStderr(const char* name);
+  ~LogToStderr();
+};
+
 }  // namespace testing
 }  // namespace cli
 }  // namespace zel
