@@ -5,7 +5,8 @@
 
 BUILD ?= build
 JOBS ?= 2
-CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev clang-format g++-arm-linux-gnueabihf
+CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev clang-format clang-tidy \
+  g++-arm-linux-gnueabihf
 SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
 
@@ -22,8 +23,9 @@ check:
 	$(MAKE) format-check
 	@echo "== native build and tests (optimised, NDEBUG, warnings as errors)"
 	cmake -S . -B $(BUILD)/check -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON >/dev/null
+	  -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null
 	cmake --build $(BUILD)/check -j$(JOBS)
+	clang-tidy -p $(BUILD)/check --quiet cli/*.cc examples/*.cc
 	cd $(BUILD)/check && ctest --output-on-failure
 	@echo "== static library, installed and built against"
 	cmake -S . -B $(BUILD)/static -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -380,7 +380,7 @@ bool CmdLineInterface::DeleteCharacters(uint32_t n) {
   try {
     // Redraw the tail n columns further left, blank the n columns it leaves
     // behind, and come back to the new cursor column.
-    update.reserve(3 * n + 2 * tail.size());
+    update.reserve(3 * size_t{n} + 2 * tail.size());
     update.append(n, kBackspace)
         .append(tail)
         .append(n, kBlank)
