@@ -9,9 +9,9 @@
 
 #include <atomic>
 #include <cstdio>
-#include <fstream>
 #include <thread>
 
+#include "pty_session.h"
 #include "redirect.h"
 
 namespace zel {
@@ -19,19 +19,9 @@ namespace cli {
 namespace {
 
 using testing::FdCapture;
+using testing::InPoll;
 using testing::LogToStderr;
 using testing::StdinPty;
-
-// Whether thread `tid` of this process is blocked in poll().
-bool InPoll(pid_t tid) {
-  std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/syscall");
-  long number = -1;
-  if (!(file >> number)) return false;
-#ifdef SYS_poll
-  if (number == SYS_poll) return true;
-#endif
-  return number == SYS_ppoll;
-}
 
 // Runs ReadChar() on a thread of its own and reports it as waiting once that
 // thread sits in poll().

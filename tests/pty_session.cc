@@ -210,7 +210,7 @@ bool PtySession::WaitsForKey() {
   if (Exited()) return false;
   int unread = 0;
   ioctl(slave_, FIONREAD, &unread);
-  return unread == 0 && (SlaveSettings().c_lflag & ICANON) == 0 && InPoll();
+  return unread == 0 && (SlaveSettings().c_lflag & ICANON) == 0 && InPoll(pid_);
 }
 
 termios PtySession::SlaveSettings() const {
@@ -239,8 +239,9 @@ long PtySession::VoluntarySwitches() const {
   return -1;
 }
 
-bool PtySession::InPoll() const {
-  std::ifstream syscall_file("/proc/" + std::to_string(pid_) + "/syscall");
+bool InPoll(pid_t task) {
+  // /proc/TID works for any thread, not only for a process's main one.
+  std::ifstream syscall_file("/proc/" + std::to_string(task) + "/syscall");
   long number = -1;
   if (!(syscall_file >> number)) return false;  // "running", or gone
 #ifdef SYS_poll

@@ -29,6 +29,9 @@ namespace testing {
 // "<0x80>".
 std::string Visible(const std::string& bytes);
 
+// Whether process or thread `task` is in poll() (or ppoll()) right now.
+bool InPoll(pid_t task);
+
 class PtySession {
  public:
   // Starts `argv` (argv[0] is the program's path) and waits until it first
@@ -81,7 +84,6 @@ class PtySession {
   std::string DrainMaster();
   void CollectStderr();
   long VoluntarySwitches() const;
-  bool InPoll() const;
   void WaitUntilWaitingForKey(long switches_before);
 
   pid_t pid_ = -1;
