@@ -3,7 +3,6 @@
 // sent the decoder consumed.
 #include <cli/console.h>
 #include <gtest/gtest.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include "pty_session.h"
@@ -13,8 +12,6 @@ namespace zel {
 namespace cli {
 namespace {
 
-using testing::FdCapture;
-using testing::LogToStderr;
 using testing::StdinPty;
 using testing::Visible;
 using KeyType = Console::KeyType;
@@ -122,24 +119,6 @@ TEST(KeyDecoding, SequenceSplitAcrossReads) {
   console.ReadKey(&key);
   EXPECT_EQ(key.type, KeyType::CtrlRight);
   EXPECT_EQ(key.character, ' ');
-}
-
-TEST(KeyDecoding, UnknownKeyLogLine) {
-  FdCapture log(STDERR_FILENO);
-  LogToStderr to_stderr("key_decoding_test");
-  StdinPty input;
-  Console console;
-  Console::KeyInfo key = {};
-  for (const char* byte : {"\x01", "\x80", "\x1b[Zabc"}) {
-    input.Send(byte);
-    console.ReadKey(&key);
-  }
-  // One line per unknown byte; an unmatched sequence logs nothing.
-  const std::string prefix =
-      "key_decoding_test: void zel::cli::Console::GetKeyInfoFromAscii(char, "
-      "zel::cli::Console::KeyInfo*) 165: GetKeyInfoFromAscii 165 : ";
-  EXPECT_EQ(log.Take(), prefix + "unknown key [0x1] found\n" + prefix +
-                            "unknown key [0x80] found\n");
 }
 
 }  // namespace

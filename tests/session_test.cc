@@ -238,28 +238,12 @@ TEST(Session, GreetingAndHeadMessage) {
   EXPECT_EQ(session.Type("\r"), "\nH> ");
 }
 
-TEST(Session, TerminalIsRawOnlyWhileWaitingForAKey) {
-  PtySession session(HostArgs());
-  const termios initial = session.initial_settings();
-  termios waiting = session.SlaveSettings();
-  EXPECT_EQ(waiting.c_lflag, initial.c_lflag & ~(ICANON | ECHO));
-  EXPECT_EQ(waiting.c_iflag, initial.c_iflag);
-  EXPECT_EQ(waiting.c_oflag, initial.c_oflag);
-  EXPECT_EQ(waiting.c_cflag, initial.c_cflag);
-  EXPECT_TRUE(std::equal(std::begin(waiting.c_cc), std::end(waiting.c_cc),
-                         std::begin(initial.c_cc)));
-  RunLine(session, "exit");
-  ASSERT_TRUE(session.Exited());
-  termios after = session.SlaveSettings();
-  EXPECT_EQ(after.c_lflag, initial.c_lflag);
-  EXPECT_EQ(after.c_iflag, initial.c_iflag);
-}
-
 TEST(Session, UnknownKeyIsLogged) {
   PtySession session(HostArgs());
   session.TakeStderr();
   EXPECT_EQ(session.Type("\x01"), "");
   EXPECT_EQ(session.Type("\x9b"), "");
+  EXPECT_EQ(session.Type("\x1b[Zabc"), "");  // unmatched: not logged
   EXPECT_EQ(session.TakeStderr(),
             "test_host: void zel::cli::Console::GetKeyInfoFromAscii(char, "
             "zel::cli::Console::KeyInfo*) 165: GetKeyInfoFromAscii 165 : "
