@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -96,7 +97,6 @@ PtySession::PtySession(const std::vector<std::string>& argv) {
   settings.c_iflag &= ~(ICRNL | INLCR | IGNCR | IXON | IXOFF);
   settings.c_lflag &= ~(ISIG | IEXTEN);
   tcsetattr(slave_, TCSANOW, &settings);
-  tcgetattr(slave_, &initial_settings_);
 
   int error_pipe[2];
   int control_pipe[2];
@@ -210,13 +210,9 @@ bool PtySession::WaitsForKey() {
   if (Exited()) return false;
   int unread = 0;
   ioctl(slave_, FIONREAD, &unread);
-  return unread == 0 && (SlaveSettings().c_lflag & ICANON) == 0 && InPoll(pid_);
-}
-
-termios PtySession::SlaveSettings() const {
   termios settings = {};
   tcgetattr(slave_, &settings);
-  return settings;
+  return unread == 0 && (settings.c_lflag & ICANON) == 0 && InPoll(pid_);
 }
 
 bool PtySession::Exited(int* status) {

@@ -16,7 +16,6 @@
 #define ZEL_CLI_TESTS_PTY_SESSION_H_
 
 #include <sys/types.h>
-#include <termios.h>
 
 #include <string>
 #include <vector>
@@ -66,21 +65,11 @@ class PtySession {
   // Writes one byte to the child's descriptor 3.
   void Signal();
 
-  // Whether the host is blocked waiting for a key right now, judged as Type()
-  // does, without sending anything.
-  bool WaitsForKey();
-
-  // The slave's current settings.
-  termios SlaveSettings() const;
-  // The settings the slave was given at the start.
-  const termios& initial_settings() const { return initial_settings_; }
-
   // Whether the child has ended; if so, its wait status.
   bool Exited(int* status = nullptr);
 
-  pid_t pid() const { return pid_; }
-
  private:
+  bool WaitsForKey();
   std::string DrainMaster();
   void CollectStderr();
   long VoluntarySwitches() const;
@@ -94,7 +83,6 @@ class PtySession {
   bool exited_ = false;
   int status_ = 0;
   std::string stderr_collected_;
-  termios initial_settings_ = {};
   std::string startup_output_;
 };
 
