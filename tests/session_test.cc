@@ -39,17 +39,12 @@ void Play(PtySession& session, const std::vector<Step>& steps) {
   }
 }
 
-// Types `line` key by key and presses Enter. Tab is the completion key, so a
-// tab goes into the line as ESC TAB, like any control byte.
+// Types `line` key by key and presses Enter. Tab and CR are keys of their
+// own, so they go into the line behind an ESC, as any control byte does.
 std::string RunLine(PtySession& session, const std::string& line) {
-  for (size_t i = 0; i < line.size(); ++i) {
-    if (line[i] == '\t') {
-      session.Type("\x1b\t");
-    } else if (line[i] == '\r') {
-      session.Type("\x1b\r");
-    } else {
-      session.Type(line.substr(i, 1));
-    }
+  for (char c : line) {
+    bool control = c == '\t' || c == '\r';
+    session.Type(control ? std::string("\x1b") + c : std::string(1, c));
   }
   return session.Type("\r");
 }
