@@ -143,7 +143,9 @@ bool CmdLineInterface::ReadLine() {
 }
 
 bool CmdLineInterface::HandleKeyEvent(Console::KeyInfo* key) {
-  return HandleKey(static_cast<char>(key->character & 0xFF), key->type);
+  // The character is narrowed to its low byte, the byte that was typed.
+  return HandleKey(
+      static_cast<char>(static_cast<unsigned char>(key->character)), key->type);
 }
 
 bool CmdLineInterface::HandleKey(char character, Console::KeyType type) {
