@@ -15,8 +15,9 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <sstream>
 #include <thread>
+
+#include "redirect.h"
 
 namespace zel {
 namespace cli {
@@ -31,53 +32,27 @@ void SetNonBlocking(int fd) {
   fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
 }
 
-std::string ReadAvailable(int fd) {
-  std::string bytes;
-  char buffer[4096];
-  while (true) {
-    ssize_t n = read(fd, buffer, sizeof(buffer));
-    if (n > 0) {
-      bytes.append(buffer, static_cast<size_t>(n));
-    } else if (n < 0 && errno == EINTR) {
-      continue;
-    } else {
-      return bytes;  // EAGAIN, EIO after the child closed, or end of file
-    }
-  }
-}
-
 }  // namespace
 
 std::string Visible(const std::string& bytes) {
   std::string out;
   for (unsigned char c : bytes) {
-    switch (c) {
-      case 0x00:
-        out += "<NUL>";
-        break;
-      case 0x08:
-        out += "<BS>";
-        break;
-      case 0x09:
-        out += "<TAB>";
-        break;
-      case 0x0A:
-        out += "<LF>";
-        break;
-      case 0x0D:
-        out += "<CR>";
-        break;
-      case 0x1B:
-        out += "<ESC>";
-        break;
-      default:
-        if (c < 0x20 || c >= 0x7F) {
-          char hex[8];
-          std::snprintf(hex, sizeof(hex), "<0x%02X>", c);
-          out += hex;
-        } else {
-          out += static_cast<char>(c);
-        }
+    const char* name = c == 0x00   ? "<NUL>"
+                       : c == 0x08 ? "<BS>"
+                       : c == 0x09 ? "<TAB>"
+                       : c == 0x0A ? "<LF>"
+                       : c == 0x0D ? "<CR>"
+                       : c == 0x1B ? "<ESC>"
+                                   : nullptr;
+    char hex[8];
+    if (name == nullptr && (c < 0x20 || c >= 0x7F)) {
+      std::snprintf(hex, sizeof(hex), "<0x%02X>", c);
+      name = hex;
+    }
+    if (name != nullptr) {
+      out += name;
+    } else {
+      out += static_cast<char>(c);
     }
   }
   return out;
@@ -162,13 +137,12 @@ void PtySession::Send(const std::string& keys) {
 
 std::string PtySession::WaitForExit() {
   std::string out;
-  auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!Exited() && std::chrono::steady_clock::now() < deadline) {
-    CollectStderr();
-    out += DrainMaster();  // a host that writes a lot must not block
-    std::this_thread::sleep_for(std::chrono::microseconds(100));
-  }
-  if (!Exited()) ADD_FAILURE() << "the host did not exit";
+  // Drained while waiting: a host that writes a lot must not block.
+  bool exited = WaitUntil([&] {
+    out += DrainMaster();
+    return Exited();
+  });
+  if (!exited) ADD_FAILURE() << "the host did not exit";
   return out + DrainMaster();
 }
 
@@ -178,19 +152,18 @@ std::string PtySession::TakeStderr() {
 }
 
 std::string PtySession::WaitForStderr(const std::string& needle, int count) {
-  auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (std::chrono::steady_clock::now() < deadline) {
-    CollectStderr();
+  bool shown = WaitUntil([&] {
     int seen = 0;
     for (size_t at = stderr_collected_.find(needle); at != std::string::npos;
          at = stderr_collected_.find(needle, at + needle.size())) {
       ++seen;
     }
-    if (seen >= count) return TakeStderr();
-    std::this_thread::sleep_for(std::chrono::microseconds(100));
+    return seen >= count;
+  });
+  if (!shown) {
+    ADD_FAILURE() << "stderr never showed \"" << needle << "\" " << count
+                  << " times";
   }
-  ADD_FAILURE() << "stderr never showed \"" << needle << "\" " << count
-                << " times";
   return TakeStderr();
 }
 
@@ -247,16 +220,22 @@ bool InPoll(pid_t task) {
 }
 
 void PtySession::WaitUntilWaitingForKey(long switches_before) {
+  // The sleep count proves the child has slept since the keys were sent,
+  // so a poll() that has not yet seen them does not count as waiting.
+  bool waiting = WaitUntil([&] {
+    return Exited() || (VoluntarySwitches() > switches_before && WaitsForKey());
+  });
+  if (!waiting) ADD_FAILURE() << "the host did not come back to wait for a key";
+}
+
+bool PtySession::WaitUntil(const std::function<bool()>& done) {
   auto deadline = std::chrono::steady_clock::now() + kPatience;
   while (std::chrono::steady_clock::now() < deadline) {
     CollectStderr();
-    if (Exited()) return;
-    // The sleep count proves the child has slept since the keys were sent,
-    // so a poll() that has not yet seen them does not count as waiting.
-    if (VoluntarySwitches() > switches_before && WaitsForKey()) return;
+    if (done()) return true;
     std::this_thread::sleep_for(std::chrono::microseconds(100));
   }
-  ADD_FAILURE() << "the host did not come back to wait for a key";
+  return false;
 }
 
 }  // namespace testing

@@ -17,6 +17,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -74,6 +75,9 @@ class PtySession {
   void CollectStderr();
   long VoluntarySwitches() const;
   void WaitUntilWaitingForKey(long switches_before);
+  // Polls `done`, draining stderr meanwhile, until it holds or patience runs
+  // out; returns whether it held.
+  bool WaitUntil(const std::function<bool()>& done);
 
   pid_t pid_ = -1;
   int master_ = -1;

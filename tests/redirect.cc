@@ -8,6 +8,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 namespace zel {
 namespace cli {
 namespace testing {
@@ -21,6 +23,21 @@ termios RawSettings() {
 }
 
 }  // namespace
+
+std::string ReadAvailable(int fd) {
+  std::string bytes;
+  char buffer[4096];
+  while (true) {
+    ssize_t n = read(fd, buffer, sizeof(buffer));
+    if (n > 0) {
+      bytes.append(buffer, static_cast<size_t>(n));
+    } else if (n < 0 && errno == EINTR) {
+      continue;
+    } else {
+      return bytes;  // EAGAIN, EIO once a pty's other side is gone, or EOF
+    }
+  }
+}
 
 StdinPty::StdinPty() : StdinPty(RawSettings()) {}
 
@@ -90,15 +107,7 @@ FdCapture::~FdCapture() {
   close(read_end_);
 }
 
-std::string FdCapture::Take() {
-  std::string bytes;
-  char buffer[4096];
-  ssize_t n;
-  while ((n = read(read_end_, buffer, sizeof(buffer))) > 0) {
-    bytes.append(buffer, static_cast<size_t>(n));
-  }
-  return bytes;
-}
+std::string FdCapture::Take() { return ReadAvailable(read_end_); }
 
 LogToStderr::LogToStderr(const char* name) {
   openlog(name, LOG_PERROR, LOG_USER);

@@ -13,6 +13,9 @@ namespace zel {
 namespace cli {
 namespace testing {
 
+// Everything that can be read from non-blocking `fd` right now.
+std::string ReadAvailable(int fd);
+
 class StdinPty {
  public:
   // The slave starts raw (cfmakeraw), so bytes sent arrive unchanged, unless
