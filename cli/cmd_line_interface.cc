@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <string_view>
 
@@ -22,6 +23,8 @@ namespace {
 constexpr char kBackspace = '\b';
 constexpr char kBlank = ' ';
 constexpr char kLineFeed = '\n';
+// Moves the terminal cursor to the start of the previous line.
+constexpr std::string_view kLineUp = "\x1b[1F";
 // Sent after blanking a whole line; terminals ignore it.
 constexpr char kNul = '\0';
 
@@ -143,6 +146,12 @@ bool CmdLineInterface::ReadLine() {
 }
 
 bool CmdLineInterface::HandleKeyEvent(Console::KeyInfo* key) {
+  // While the candidate list is open it takes every key, and none of them
+  // finishes the line.
+  if (candidate_screen_ != nullptr) {
+    candidate_screen_->HandleKeyEvent(key);
+    return false;
+  }
   // The character is narrowed to its low byte, the byte that was typed.
   return HandleKey(
       static_cast<char>(static_cast<unsigned char>(key->character)), key->type);
@@ -457,18 +466,210 @@ bool CmdLineInterface::MoveCursorDown() {
 }
 
 // ---------------------------------------------------------------------------
-// History and completion: keys are routed here already; browsing and the
-// candidate list are not built yet, so these do nothing.
+// History
+//
+// The browsing depth is history_browsing_ + history_index_: 0 shows the typed
+// line, k shows entry k - 1. The step checks below are done in 32-bit
+// arithmetic, signed where a step could go below zero; their wrap-around
+// cases are relied on by Page Up and Page Down.
 
-bool CmdLineInterface::AddHistory() { return true; }
+bool CmdLineInterface::AddHistory() {
+  if (!history_.empty() && history_.front() == line_) return true;
+  if (history_.size() >= history_limit_) history_.pop_back();
+  history_.push_front(line_);
+  return true;
+}
 
-bool CmdLineInterface::UpHistory(uint32_t) { return true; }
+bool CmdLineInterface::UpHistory(uint32_t n) {
+  uint32_t count = static_cast<uint32_t>(history_.size());
+  uint32_t left = count - n - history_browsing_;
+  // Refused unless depth + n <= count; a step past the oldest entry is not
+  // shortened to reach it.
+  if (static_cast<int32_t>(left) < 0 || left < history_index_) return true;
+  if (!history_browsing_) {
+    saved_line_ = line_;
+    history_browsing_ = true;
+    history_index_ = n - 1;
+  } else {
+    history_index_ += n;
+  }
+  return ShowHistoryEntry();
+}
 
-bool CmdLineInterface::DownHistory(uint32_t) { return true; }
+bool CmdLineInterface::DownHistory(uint32_t n) {
+  if (static_cast<int32_t>(history_index_ - n + history_browsing_) < 0) {
+    return true;
+  }
+  if (history_index_ < n) {
+    // Back to the typed line, even an empty one. saved_line_ keeps it until
+    // Enter.
+    std::string typed = saved_line_;
+    history_index_ = 0;
+    history_browsing_ = false;
+    ClearCharacters();
+    InsertString(typed);
+    return true;
+  }
+  history_index_ -= n;
+  return ShowHistoryEntry();
+}
 
-bool CmdLineInterface::ShowCandidateScreen() { return true; }
+bool CmdLineInterface::ShowHistoryEntry() {
+  if (history_index_ >= history_.size()) return false;
+  // A copy: editing the recalled line must not change the entry.
+  std::string entry = *std::next(history_.begin(), history_index_);
+  if (entry.empty()) return false;
+  ClearCharacters();
+  InsertString(entry);
+  return true;
+}
 
-bool CmdLineInterface::RemoveCandidateScreen() { return true; }
+// ---------------------------------------------------------------------------
+// Completion
+
+bool CmdLineInterface::ShowCandidateScreen() {
+  if (line_.empty() || commands_.empty()) return true;
+
+  // The whole line is the prefix, wherever the cursor stands. Registration
+  // order, duplicates kept.
+  std::list<std::string> candidates;
+  for (const Command& command : commands_) {
+    if (command.name.compare(0, line_.size(), line_) == 0) {
+      candidates.push_back(command.name);
+    }
+  }
+  if (candidates.empty()) return true;
+  if (candidates.size() == 1) {
+    if (candidates.front() == line_) return true;
+    std::string name = candidates.front();
+    ClearCharacters();
+    InsertString(name);
+    return true;
+  }
+
+  // Written after the list is drawn, with the terminal cursor after the last
+  // name: up to the input line, blank every name, up again and redraw the
+  // head message and the line as they are now.
+  std::string clear_sequence;
+  try {
+    for (size_t i = 0; i < candidates.size(); ++i) clear_sequence += kLineUp;
+    for (const std::string& candidate : candidates) {
+      clear_sequence.append(1, kLineFeed).append(candidate.size(), kBlank);
+    }
+    for (size_t i = 0; i < candidates.size(); ++i) clear_sequence += kLineUp;
+    clear_sequence.append(head_message_).append(line_);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  candidate_screen_ = new CandidateScreen(std::move(candidates),
+                                          std::move(clear_sequence), this);
+  return true;
+}
+
+bool CmdLineInterface::RemoveCandidateScreen() {
+  delete candidate_screen_;
+  candidate_screen_ = nullptr;
+  return true;
+}
+
+CmdLineInterface::CandidateScreen::CandidateScreen(
+    std::list<std::string> candidates, std::string clear_sequence,
+    CmdLineInterface* owner)
+    : selected_(0),
+      candidates_(std::move(candidates)),
+      clear_sequence_(std::move(clear_sequence)),
+      owner_(owner) {
+  Show();
+}
+
+CmdLineInterface::CandidateScreen::~CandidateScreen() = default;
+
+bool CmdLineInterface::CandidateScreen::HandleKeyEvent(Console::KeyInfo* key) {
+  using KeyType = Console::KeyType;
+  uint32_t count = static_cast<uint32_t>(candidates_.size());
+  switch (key->type) {
+    case KeyType::Backspace:
+    case KeyType::Tab:
+      Clear();
+      Remove();  // this object is gone now
+      return true;
+    case KeyType::Enter:
+      Select();  // deletes this object too
+      return true;
+    case KeyType::Up:
+      MoveUp(1);
+      return true;
+    case KeyType::Down:
+      MoveDown(1);
+      return true;
+    case KeyType::PageUp:
+      MoveUp(selected_);
+      return true;
+    case KeyType::PageDown:
+      MoveDown(count - 1 - selected_);
+      return true;
+    default:
+      // Typing does not reach the line while the list is open.
+      return true;
+  }
+}
+
+bool CmdLineInterface::CandidateScreen::Show() {
+  uint32_t index = 0;
+  // Every piece is a write of its own; the colour goes on before the line
+  // feed and off after the name.
+  for (const std::string& candidate : candidates_) {
+    bool highlighted = index == selected_;
+    if (highlighted) owner_->SetFontColor(Console::FontColor::Red);
+    owner_->WriteOnConsole(kLineFeed);
+    owner_->WriteOnConsole(candidate);
+    if (highlighted) owner_->SetFontColor(Console::FontColor::Reset);
+    ++index;
+  }
+  return true;
+}
+
+bool CmdLineInterface::CandidateScreen::Clear() {
+  owner_->WriteOnConsole(clear_sequence_);
+  return true;
+}
+
+// n is always below the number of candidates, so one wrap is enough.
+bool CmdLineInterface::CandidateScreen::MoveDown(unsigned int n) {
+  Clear();
+  uint32_t count = static_cast<uint32_t>(candidates_.size());
+  uint32_t target = selected_ + n;
+  selected_ = target < count ? target : target - count;
+  return Show();
+}
+
+bool CmdLineInterface::CandidateScreen::MoveUp(unsigned int n) {
+  Clear();
+  uint32_t count = static_cast<uint32_t>(candidates_.size());
+  int32_t target = static_cast<int32_t>(selected_ - n);
+  selected_ = static_cast<uint32_t>(target >= 0 ? target : target + count);
+  return Show();
+}
+
+bool CmdLineInterface::CandidateScreen::Select() {
+  if (selected_ >= candidates_.size()) {
+    syslog(LOG_ERR, "%s %d: don't do this to me :(\n",
+           "bool zel::cli::CmdLineInterface::CandidateScreen::Select()", 726);
+    FailAssertion("0", 727,
+                  "bool zel::cli::CmdLineInterface::CandidateScreen::Select()");
+  }
+  Clear();
+  owner_->ClearCharacters();
+  std::string name = *std::next(candidates_.begin(), selected_);
+  if (!name.empty()) owner_->InsertString(name);
+  // Deletes this object: nothing but the local copy may be used after it.
+  Remove();
+  return true;
+}
+
+bool CmdLineInterface::CandidateScreen::Remove() {
+  return owner_->RemoveCandidateScreen();
+}
 
 }  // namespace cli
 }  // namespace zel

@@ -21,6 +21,21 @@
 // nothing. One byte is one terminal column, and the head message and the line
 // are expected to fit on one row.
 //
+// History: the last 20 lines that named a registered command (usage queries
+// excepted, failures included) are kept, newest first, without repeating the
+// newest. Up (Ctrl+P) and Down (Ctrl+N) step through them, Page Up jumps to
+// the oldest and Page Down back to the line being typed, which is kept aside
+// while browsing. A recalled line is a copy: editing it changes no entry. The
+// history lives in memory only.
+//
+// Completion: Tab takes the whole line as the beginning of a command name. One
+// matching name replaces the line; several open a list under the line, in
+// registration order, with the highlighted name in red. In the list Up, Down,
+// Page Up and Page Down move the highlight (wrapping around), Enter puts the
+// highlighted name into the line without running it, and Tab or Backspace
+// close the list and leave the line as typed. Other keys do nothing while the
+// list is open.
+//
 // Command lines: words are separated by runs of blanks and tabs, with no
 // quoting; at most 10 words are passed on and the rest of the line is
 // dropped. Names match exactly and case-sensitively. A first word ending in
@@ -88,7 +103,7 @@ class CmdLineInterface {
     std::function<Result(int, char**)> func;
   };
 
-  // The list of completion candidates drawn under the line.
+  // The list of completion candidates drawn under the line (below).
   class CandidateScreen;
 
   // Registers "help", "exit" and "quit"; the head message is "cli>" and the
@@ -148,12 +163,15 @@ class CmdLineInterface {
   bool ClearCharacters();
   bool MoveCursorDown();
 
-  // History.
+  // History. A refused step returns true and writes nothing; false means the
+  // step was taken but there was no entry to show.
   bool AddHistory();
   bool UpHistory(uint32_t n);
   bool DownHistory(uint32_t n);
+  bool ShowHistoryEntry();  // replaces the line with entry history_index_
 
-  // Completion.
+  // Completion. RemoveCandidateScreen() deletes the open screen, which calls
+  // it as the last act of its own method.
   bool ShowCandidateScreen();
   bool RemoveCandidateScreen();
 
@@ -176,9 +194,48 @@ class CmdLineInterface {
   Console console_;
 
  private:
-  std::list<std::string> history_;  // newest first
-  std::vector<Command> commands_;   // in registration order
-  CandidateScreen* candidate_screen_ = nullptr;
+  std::list<std::string> history_;               // newest first
+  std::vector<Command> commands_;                // in registration order
+  CandidateScreen* candidate_screen_ = nullptr;  // owned; null when closed
+};
+
+// The candidate list that Tab opens when several command names begin with the
+// line. A session creates, owns and deletes it; a host never handles one.
+//
+// It draws one name per line under the input line, the highlighted one in
+// red, and leaves the terminal cursor after the last name. To erase itself it
+// writes the sequence it was given, which moves up over the list, blanks each
+// name, moves up again and rewrites the head message and the line as they
+// were when the list opened.
+class CmdLineInterface::CandidateScreen {
+ private:
+  friend class CmdLineInterface;
+  friend class CmdLineInterfacePeer;  // tests
+
+  // Draws the list at once, with the first name highlighted.
+  CandidateScreen(std::list<std::string> candidates, std::string clear_sequence,
+                  CmdLineInterface* owner);
+  // Writes nothing.
+  ~CandidateScreen();
+
+  CandidateScreen(const CandidateScreen&) = delete;
+  CandidateScreen& operator=(const CandidateScreen&) = delete;
+
+  // Handles one key while the list is open. Backspace, Tab and Enter delete
+  // this object before they return. Always returns true.
+  bool HandleKeyEvent(Console::KeyInfo* key);
+
+  bool Show();
+  bool Clear();
+  bool MoveDown(unsigned int n);
+  bool MoveUp(unsigned int n);
+  bool Select();
+  bool Remove();
+
+  uint32_t selected_;  // index of the highlighted name
+  std::list<std::string> candidates_;
+  std::string clear_sequence_;
+  CmdLineInterface* owner_;
 };
 
 }  // namespace cli

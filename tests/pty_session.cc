@@ -173,10 +173,27 @@ void PtySession::CollectStderr() {
   stderr_collected_ += ReadAvailable(stderr_);
 }
 
-void PtySession::Signal() {
-  char byte = 1;
+void PtySession::Signal(char byte) {
   if (write(control_, &byte, 1) != 1)
     ADD_FAILURE() << "control pipe write failed";
+}
+
+std::string PtySession::State() {
+  static const std::string kPrefix = "state ";
+  Signal('?');
+  std::string state;
+  bool answered = WaitUntil([&] {
+    size_t start = stderr_collected_.find(kPrefix + "line=");
+    if (start == std::string::npos) return false;
+    size_t end = stderr_collected_.find('\n', start);
+    if (end == std::string::npos) return false;
+    state = stderr_collected_.substr(start + kPrefix.size(),
+                                     end - start - kPrefix.size());
+    stderr_collected_.erase(start, end + 1 - start);
+    return true;
+  });
+  if (!answered) ADD_FAILURE() << "the host did not report its state";
+  return state;
 }
 
 bool PtySession::WaitsForKey() {

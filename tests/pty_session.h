@@ -63,8 +63,13 @@ class PtySession {
   // last TakeStderr(), and returns all of it.
   std::string WaitForStderr(const std::string& needle, int count);
 
-  // Writes one byte to the child's descriptor 3.
-  void Signal();
+  // Writes `byte` to the child's descriptor 3.
+  void Signal(char byte);
+
+  // Asks the host for its state line (Signal('?')), waits for it on stderr,
+  // and returns it without the "state " prefix and the line feed. Other
+  // stderr output stays for TakeStderr().
+  std::string State();
 
   // Whether the child has ended; if so, its wait status.
   bool Exited(int* status = nullptr);

@@ -7,47 +7,24 @@
 #include <string>
 #include <vector>
 
+#include "key_script.h"
 #include "pty_session.h"
 
 namespace zel {
 namespace cli {
 namespace {
 
+using testing::HostArgs;
+using testing::kDel;
+using testing::kEnd;
+using testing::kHome;
+using testing::kLeft;
+using testing::kRight;
+using testing::Play;
 using testing::PtySession;
+using testing::RunLine;
+using testing::TypeText;
 using testing::Visible;
-
-const char kLeft[] = "\x1b[D";
-const char kRight[] = "\x1b[C";
-const char kHome[] = "\x1b[H";
-const char kEnd[] = "\x1b[F";
-const char kDel[] = "\x7f";
-
-std::vector<std::string> HostArgs(std::vector<std::string> options = {}) {
-  options.insert(options.begin(), ZELCLI_TEST_HOST);
-  return options;
-}
-
-struct Step {
-  std::string keys;
-  std::string bytes;  // what the host writes in answer
-};
-
-void Play(PtySession& session, const std::vector<Step>& steps) {
-  for (const Step& step : steps) {
-    EXPECT_EQ(Visible(session.Type(step.keys)), Visible(step.bytes))
-        << "after keys " << Visible(step.keys);
-  }
-}
-
-// Types `line` key by key and presses Enter. Tab and CR are keys of their
-// own, so they go into the line behind an ESC, as any control byte does.
-std::string RunLine(PtySession& session, const std::string& line) {
-  for (char c : line) {
-    bool control = c == '\t' || c == '\r';
-    session.Type(control ? std::string("\x1b") + c : std::string(1, c));
-  }
-  return session.Type("\r");
-}
 
 TEST(LineEditing, EachKeyWritesExactBytes) {
   PtySession session(HostArgs());
@@ -108,7 +85,7 @@ TEST(LineEditing, EmptyLine) {
 
 TEST(LineEditing, EnterInsideTheLineRunsAllOfIt) {
   PtySession session(HostArgs());
-  for (char c : std::string("args a b")) session.Type(std::string(1, c));
+  TypeText(session, "args a b");
   Play(session, {
                     {kLeft, "\b"},
                     {kLeft, "\b"},
@@ -249,9 +226,9 @@ TEST(Session, UnknownKeyIsLogged) {
 }
 
 TEST(Session, StopReadFromAnotherThread) {
-  PtySession session(HostArgs({"--stopper"}));
+  PtySession session(HostArgs());
   session.TakeStderr();
-  session.Signal();
+  session.Signal('s');
   // Woken, the read gives byte 0, an unknown key; the wake-up is never
   // drained, so reads keep returning at once and the log fills.
   session.WaitForStderr("unknown key [0x0] found", 3);
