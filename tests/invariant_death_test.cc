@@ -30,6 +30,11 @@ class CmdLineInterfacePeer {
     cli.line_ = line;
     return cli.ParseLine();
   }
+  // Opens a list with no candidates, which Tab never does, and chooses.
+  static bool SelectFromEmptyList(CmdLineInterface& cli) {
+    cli.candidate_screen_ = new CmdLineInterface::CandidateScreen({}, "", &cli);
+    return cli.candidate_screen_->Select();
+  }
 };
 
 namespace {
@@ -45,6 +50,20 @@ TEST(LineEditingDeathTest, CursorPastTheLineEndsTheProcess) {
       "InsertString 467 : this should not happend\n"
       ".*cmd_line_interface.cc:468: bool "
       "zel::cli::CmdLineInterface::InsertString\\(std::string&\\): "
+      "Assertion `0' failed");
+}
+
+TEST(CompletionDeathTest, ChoosingOutsideTheListEndsTheProcess) {
+  EXPECT_DEATH(
+      {
+        openlog("invariant_death_test", LOG_PERROR, LOG_USER);
+        CmdLineInterface cli;
+        CmdLineInterfacePeer::SelectFromEmptyList(cli);
+      },
+      "bool zel::cli::CmdLineInterface::CandidateScreen::Select\\(\\) 726: "
+      "don't do this to me :\\(\n"
+      ".*cmd_line_interface.cc:727: bool "
+      "zel::cli::CmdLineInterface::CandidateScreen::Select\\(\\): "
       "Assertion `0' failed");
 }
 
