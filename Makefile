@@ -5,7 +5,7 @@
 
 BUILD ?= build
 JOBS ?= 2
-CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev clang-format clang-tidy \
+CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev libvterm-dev clang-format clang-tidy \
   g++-arm-linux-gnueabihf
 SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake

@@ -58,7 +58,7 @@ std::string Visible(const std::string& bytes) {
   return out;
 }
 
-PtySession::PtySession(const std::vector<std::string>& argv) {
+PtySession::PtySession(const std::vector<std::string>& argv, Output output) {
   termios settings = {};
   winsize size = {};
   size.ws_row = 24;
@@ -68,7 +68,7 @@ PtySession::PtySession(const std::vector<std::string>& argv) {
     return;
   }
   tcgetattr(slave_, &settings);
-  settings.c_oflag &= ~OPOST;
+  if (output == Output::kRaw) settings.c_oflag &= ~OPOST;
   settings.c_iflag &= ~(ICRNL | INLCR | IGNCR | IXON | IXOFF);
   settings.c_lflag &= ~(ISIG | IEXTEN);
   tcsetattr(slave_, TCSANOW, &settings);

@@ -7,10 +7,10 @@
 // sent. That makes every exchange deterministic without timing assumptions.
 //
 // The slave starts from the kernel's defaults with output post-processing
-// (OPOST), CR-to-LF translation, flow control, signal keys and extended input
-// processing off, so the bytes on both sides are exactly the programs' own.
-// The child's standard error is a separate pipe: a host that opens the system
-// log with LOG_PERROR shows its log lines there.
+// (OPOST, unless asked for), CR-to-LF translation, flow control, signal keys
+// and extended input processing off, so the bytes on both sides are exactly the
+// programs' own. The child's standard error is a separate pipe: a host that
+// opens the system log with LOG_PERROR shows its log lines there.
 
 #ifndef ZEL_CLI_TESTS_PTY_SESSION_H_
 #define ZEL_CLI_TESTS_PTY_SESSION_H_
@@ -34,10 +34,16 @@ bool InPoll(pid_t task);
 
 class PtySession {
  public:
+  enum class Output {
+    kRaw,       // the host's bytes exactly as written
+    kTerminal,  // as a terminal gets them by default: LF becomes CR LF
+  };
+
   // Starts `argv` (argv[0] is the program's path) and waits until it first
   // waits for a key. The child's descriptor 3 is the read end of a control
   // pipe, written by Signal().
-  explicit PtySession(const std::vector<std::string>& argv);
+  explicit PtySession(const std::vector<std::string>& argv,
+                      Output output = Output::kRaw);
   // Kills the child if it still runs.
   ~PtySession();
 
