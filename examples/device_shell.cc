@@ -1,6 +1,8 @@
 // A device shell as it might run on a board's serial console: a small
 // key/value configuration store, a few status commands, and one command for
 // each way a command can end (done, wrong arguments, not supported, failed).
+// Several names share a beginning (set, show, status, stats, selftest), so
+// Tab on "s" or "st" opens the candidate list.
 #include <cli/cmd_line_interface.h>
 
 #include <chrono>
@@ -30,10 +32,15 @@ class DeviceShell {
          [this](int argc, char** argv) { return Get(argc, argv); }},
         {"show", "list the configuration", "{}",
          [this](int, char**) { return Show(); }},
+        {"status", "print the board's state", "{}",
+         [this](int, char**) { return Status(); }},
+        {"stats", "count the configuration entries", "{}",
+         [this](int, char**) { return Stats(); }},
         {"echo", "print the words back", "[WORD]...", Echo},
         {"uptime", "time since the shell started", "{}",
          [this](int, char**) { return Uptime(); }},
-        {"led", "switch the status LED", "on|off", Led},
+        {"led", "switch the status LED", "on|off",
+         [this](int argc, char** argv) { return Led(argc, argv); }},
         {"reboot", "restart the board", "[now]",
          [](int, char**) { return Result::NotSupported; }},
         {"selftest", "check the sensors (sensor 2 is unplugged)", "{}",
@@ -66,6 +73,19 @@ class DeviceShell {
     return Result::Success;
   }
 
+  Result Status() {
+    std::printf("%s, LED %s, ", config_["hostname"].c_str(),
+                led_on_ ? "on" : "off");
+    return Uptime();
+  }
+
+  Result Stats() {
+    size_t bytes = 0;
+    for (const auto& [key, value] : config_) bytes += key.size() + value.size();
+    std::printf("%zu entries, %zu bytes\n", config_.size(), bytes);
+    return Result::Success;
+  }
+
   static Result Echo(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
       std::printf("%s%s", i > 1 ? " " : "", argv[i]);
@@ -85,11 +105,12 @@ class DeviceShell {
     return Result::Success;
   }
 
-  static Result Led(int argc, char** argv) {
+  Result Led(int argc, char** argv) {
     if (argc != 2) return Result::InvalidArgs;
     if (std::strcmp(argv[1], "on") != 0 && std::strcmp(argv[1], "off") != 0) {
       return Result::InvalidArgs;
     }
+    led_on_ = std::strcmp(argv[1], "on") == 0;
     std::printf("status LED %s\n", argv[1]);
     return Result::Success;
   }
@@ -103,6 +124,7 @@ class DeviceShell {
 
   std::chrono::steady_clock::time_point started_;
   std::map<std::string, std::string> config_;
+  bool led_on_ = false;
 };
 
 }  // namespace
