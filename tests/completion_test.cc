@@ -73,8 +73,7 @@ TEST(Completion, CandidateListStepByStep) {
            {kPageUp, clear + Drawn(names, 0), State("s", 1, 0)},
            {kPageUp, clear + Drawn(names, 0), State("s", 1, 0)},
            {kDown, clear + Drawn(names, 1), State("s", 1, 1)},
-           // Other keys, Enter's line feed among them, reach neither the line
-           // nor the list.
+           // Other keys reach neither the line nor the list.
            {"x", "", State("s", 1, 1)},
            {kLeft, ""},
            {kRight, ""},

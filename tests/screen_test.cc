@@ -144,6 +144,20 @@ TEST(Screen, ClosingTheListLeavesTheCursorAfterTheLine) {
   EXPECT_EQ(screen.Cursor(), std::make_pair(0, 3));
 }
 
+TEST(Screen, ListOnTheLastRowScrollsAndIsStillErased) {
+  ScreenSession session({"--cmd", "echo", "", ""});
+  const Screen& screen = session.screen();
+  for (int i = 0; i < 3; ++i) session.TypeText("help\r");
+  ASSERT_EQ(screen.Cursor(), std::make_pair(kRows - 1, 4));
+  session.TypeText("e");
+  session.Type(kTab);
+  EXPECT_EQ(screen.Cursor(), std::make_pair(kRows - 1, 4));
+  session.Type(kTab);
+  std::string text = screen.Text();
+  EXPECT_EQ(text.substr(text.rfind('\n')), "\ncli>e");
+  EXPECT_EQ(screen.Cursor(), std::make_pair(kRows - 3, 5));
+}
+
 TEST(Screen, RecallingWithTheCursorInsideTheLine) {
   ScreenSession session({});
   const Screen& screen = session.screen();
