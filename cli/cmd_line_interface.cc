@@ -503,11 +503,10 @@ bool CmdLineInterface::DownHistory(uint32_t n) {
   if (history_index_ < n) {
     // Back to the typed line, even an empty one. saved_line_ keeps it until
     // Enter.
-    std::string typed = saved_line_;
     history_index_ = 0;
     history_browsing_ = false;
     ClearCharacters();
-    InsertString(typed);
+    InsertString(saved_line_);
     return true;
   }
   history_index_ -= n;
@@ -516,8 +515,7 @@ bool CmdLineInterface::DownHistory(uint32_t n) {
 
 bool CmdLineInterface::ShowHistoryEntry() {
   if (history_index_ >= history_.size()) return false;
-  // A copy: editing the recalled line must not change the entry.
-  std::string entry = *std::next(history_.begin(), history_index_);
+  const std::string& entry = *std::next(history_.begin(), history_index_);
   if (entry.empty()) return false;
   ClearCharacters();
   InsertString(entry);
@@ -541,9 +539,8 @@ bool CmdLineInterface::ShowCandidateScreen() {
   if (candidates.empty()) return true;
   if (candidates.size() == 1) {
     if (candidates.front() == line_) return true;
-    std::string name = candidates.front();
     ClearCharacters();
-    InsertString(name);
+    InsertString(candidates.front());
     return true;
   }
 
@@ -592,26 +589,26 @@ bool CmdLineInterface::CandidateScreen::HandleKeyEvent(Console::KeyInfo* key) {
     case KeyType::Tab:
       Clear();
       Remove();  // this object is gone now
-      return true;
+      break;
     case KeyType::Enter:
       Select();  // deletes this object too
-      return true;
+      break;
     case KeyType::Up:
       MoveUp(1);
-      return true;
+      break;
     case KeyType::Down:
       MoveDown(1);
-      return true;
+      break;
     case KeyType::PageUp:
       MoveUp(selected_);
-      return true;
+      break;
     case KeyType::PageDown:
       MoveDown(count - 1 - selected_);
-      return true;
+      break;
     default:
-      // Typing does not reach the line while the list is open.
-      return true;
+      break;  // typing does not reach the line while the list is open
   }
+  return true;
 }
 
 bool CmdLineInterface::CandidateScreen::Show() {
@@ -660,10 +657,9 @@ bool CmdLineInterface::CandidateScreen::Select() {
   }
   Clear();
   owner_->ClearCharacters();
-  std::string name = *std::next(candidates_.begin(), selected_);
+  const std::string& name = *std::next(candidates_.begin(), selected_);
   if (!name.empty()) owner_->InsertString(name);
-  // Deletes this object: nothing but the local copy may be used after it.
-  Remove();
+  Remove();  // deletes this object
   return true;
 }
 

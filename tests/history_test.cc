@@ -9,20 +9,8 @@
 
 namespace zel {
 namespace cli {
+namespace testing {
 namespace {
-
-using testing::Blanked;
-using testing::HostArgs;
-using testing::kDown;
-using testing::kEnter;
-using testing::kLeft;
-using testing::kPageDown;
-using testing::kPageUp;
-using testing::kUp;
-using testing::Play;
-using testing::PtySession;
-using testing::RunLine;
-using testing::TypeText;
 
 // The state line for a session whose history is `history` (newest first,
 // joined by '|') and that has no candidate list open.
@@ -134,5 +122,6 @@ TEST(History, PageUpOnAnEmptyHistory) {
 }
 
 }  // namespace
+}  // namespace testing
 }  // namespace cli
 }  // namespace zel

@@ -12,16 +12,8 @@
 
 namespace zel {
 namespace cli {
+namespace testing {
 namespace {
-
-using testing::HostArgs;
-using testing::kDel;
-using testing::kDown;
-using testing::kEnter;
-using testing::kLeft;
-using testing::kTab;
-using testing::kUp;
-using testing::PtySession;
 
 constexpr int kRows = 24;
 constexpr int kColumns = 80;
@@ -175,5 +167,6 @@ TEST(Screen, RecallingWithTheCursorInsideTheLine) {
 }
 
 }  // namespace
+}  // namespace testing
 }  // namespace cli
 }  // namespace zel

@@ -12,19 +12,8 @@
 
 namespace zel {
 namespace cli {
+namespace testing {
 namespace {
-
-using testing::HostArgs;
-using testing::kDel;
-using testing::kEnd;
-using testing::kHome;
-using testing::kLeft;
-using testing::kRight;
-using testing::Play;
-using testing::PtySession;
-using testing::RunLine;
-using testing::TypeText;
-using testing::Visible;
 
 TEST(LineEditing, EachKeyWritesExactBytes) {
   PtySession session(HostArgs());
@@ -240,5 +229,6 @@ TEST(Session, StopReadFromAnotherThread) {
 }
 
 }  // namespace
+}  // namespace testing
 }  // namespace cli
 }  // namespace zel
