@@ -2,15 +2,19 @@
 #   make demo    build and start the device shell in this terminal
 #   make check   build everything and run every test (what CI runs)
 #   make format  reformat the sources with clang-format
+# make check runs, in order: check-native check-static check-arm check-asan
+# check-tsan; each can be run on its own once the packages are there.
 
 BUILD ?= build
 JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev libvterm-dev clang-format clang-tidy \
-  g++-arm-linux-gnueabihf
+  g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libvterm-dev:armhf
 SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
+TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
 
-.PHONY: demo check format format-check sizes
+.PHONY: demo check packages check-native check-static check-arm check-asan check-tsan \
+  format format-check sizes
 
 demo:
 	@scripts/ensure-packages.sh cmake g++ make
@@ -18,25 +22,48 @@ demo:
 	cmake --build $(BUILD)/demo -j$(JOBS)
 	$(BUILD)/demo/examples/device_shell
 
-check:
-	@scripts/ensure-packages.sh $(CHECK_PACKAGES)
+check: packages
 	$(MAKE) format-check
+	$(MAKE) check-native check-static check-arm check-asan check-tsan
+
+packages:
+	@scripts/ensure-packages.sh $(CHECK_PACKAGES)
+
+check-native:
 	@echo "== native build and tests (optimised, NDEBUG, warnings as errors)"
-	cmake -S . -B $(BUILD)/check -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null
+	cmake -S . -B $(BUILD)/check $(TEST_BUILD) -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null
 	cmake --build $(BUILD)/check -j$(JOBS)
 	clang-tidy -p $(BUILD)/check --quiet cli/*.cc examples/*.cc
 	cd $(BUILD)/check && ctest --output-on-failure
+	@strip -o $(BUILD)/check/libzelcli.stripped $(BUILD)/check/libzelcli.so
+	@echo "libzelcli.so stripped, x86-64: $$(stat -c %s $(BUILD)/check/libzelcli.stripped) bytes"
+
+check-static:
 	@echo "== static library, installed and built against"
 	cmake -S . -B $(BUILD)/static -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DBUILD_SHARED_LIBS=OFF -DZELCLI_WERROR=ON >/dev/null
 	cmake --build $(BUILD)/static -j$(JOBS)
 	tests/install/install_test.sh $(BUILD)/static . g++
-	@echo "== 32-bit ARM cross build"
-	cmake -S . -B $(BUILD)/arm -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN) \
-	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_WERROR=ON >/dev/null
+
+check-arm:
+	@echo "== 32-bit ARM: cross build, whole suite under qemu-arm"
+	cmake -S . -B $(BUILD)/arm -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN) $(TEST_BUILD) >/dev/null
 	cmake --build $(BUILD)/arm -j$(JOBS)
-	$(MAKE) sizes
+	cd $(BUILD)/arm && ctest --output-on-failure
+	@arm-linux-gnueabihf-strip -o $(BUILD)/arm/libzelcli.stripped $(BUILD)/arm/libzelcli.so
+	@echo "libzelcli.so stripped, 32-bit ARM: $$(stat -c %s $(BUILD)/arm/libzelcli.stripped) bytes"
+
+check-asan:
+	@echo "== AddressSanitizer and UndefinedBehaviorSanitizer, whole suite"
+	cmake -S . -B $(BUILD)/asan $(TEST_BUILD) -DZELCLI_SANITIZE=address,undefined >/dev/null
+	cmake --build $(BUILD)/asan -j$(JOBS)
+	cd $(BUILD)/asan && ctest --output-on-failure
+
+check-tsan:
+	@echo "== ThreadSanitizer: StopRead() from another thread"
+	cmake -S . -B $(BUILD)/tsan $(TEST_BUILD) -DZELCLI_SANITIZE=thread >/dev/null
+	cmake --build $(BUILD)/tsan -j$(JOBS)
+	cd $(BUILD)/tsan && ctest --output-on-failure -R StopRead
 
 # Stripped size of the shared library of each build.
 sizes:

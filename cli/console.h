@@ -8,6 +8,8 @@
 //
 // Threads: StopRead() may be called from any thread, to wake a read that
 // waits for a key. Every other member belongs to the thread that reads keys.
+// The destructor closes the descriptor StopRead() writes to, so the caller
+// must see to it that no StopRead() runs during or after destruction.
 
 #ifndef ZEL_CLI_CONSOLE_H_
 #define ZEL_CLI_CONSOLE_H_

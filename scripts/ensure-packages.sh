@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Makes sure the Debian packages named as arguments are installed: as root it
 # installs the missing ones, otherwise it prints the apt-get line and fails.
+# A name with an architecture (libfoo-dev:armhf) enables that architecture
+# for multiarch first.
 set -euo pipefail
 if ! command -v dpkg-query >/dev/null; then
   echo "ensure-packages: not a Debian system; make sure these are present: $*" >&2
@@ -20,5 +22,18 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 echo "Installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
-apt-get update -qq
+for package in "${missing[@]}"; do
+  case "$package" in
+    *:*)
+      arch="${package##*:}"
+      if ! dpkg --print-foreign-architectures | grep -qx "$arch" &&
+        [ "$arch" != "$(dpkg --print-architecture)" ]; then
+        dpkg --add-architecture "$arch"
+      fi
+      ;;
+  esac
+done
+# An index that fails to download (a mirror in mid-sync) leaves the others
+# usable; the install below fails if what it needs is not there.
+apt-get update -qq || echo "ensure-packages: apt-get update reported errors" >&2
 apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

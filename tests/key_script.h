@@ -27,10 +27,11 @@ inline const char kDel[] = "\x7f";
 inline const char kTab[] = "\t";
 inline const char kEnter[] = "\r";
 
-// The test host's command line with `options`.
+// The test host's command line with `options` (behind the emulator, when the
+// tests are built for another machine).
 inline std::vector<std::string> HostArgs(
     std::vector<std::string> options = {}) {
-  options.insert(options.begin(), ZELCLI_TEST_HOST);
+  options.insert(options.begin(), {ZELCLI_TEST_HOST});
   return options;
 }
 

@@ -1,13 +1,18 @@
 // The host that the session tests drive through a pseudo-terminal.
 //
 //   test_host [--bare] [--cmd NAME EXPLAIN USAGE]... [--head TEXT]
-//             [--greeting TEXT]
+//             [--greeting TEXT] [--stdout closed|full] [--no-descriptors]
 //
 // Commands besides the built-ins, unless --bare:
 //   args WORD...   prints argc and every argv entry in brackets
 //   ret N          returns N; without exactly one argument, InvalidArgs
 //   nofunc         registered without a function
 // --cmd adds a command without a function.
+// --stdout makes every write to standard output fail: "closed" puts a
+// descriptor open only for reading in its place (EBADF, as for a closed one),
+// "full" a pipe that nobody reads, full and non-blocking (EAGAIN).
+// --no-descriptors lowers the descriptor limit to what is open before the
+// session is built, so its wake-up descriptor cannot be created.
 //
 // A thread reads descriptor 3. For the byte '?' it writes the session's state
 // to stderr as one line:
@@ -17,12 +22,15 @@
 // under it. The byte 's' makes it call console_.StopRead().
 // The system log is opened with LOG_PERROR, so log lines reach stderr too.
 #include <cli/cmd_line_interface.h>
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -56,10 +64,39 @@ using zel::cli::CmdLineInterface;
 using zel::cli::CmdLineInterfacePeer;
 using zel::cli::Result;
 
+namespace {
+
+// Replaces standard output with one that refuses every write.
+bool BreakStdout(const std::string& how) {
+  int fd = -1;
+  if (how == "closed") {
+    fd = open("/dev/null", O_RDONLY);
+  } else if (how == "full") {
+    int ends[2];
+    if (pipe2(ends, O_NONBLOCK) != 0) return false;
+    static const char kFiller[4096] = {};
+    while (write(ends[1], kFiller, sizeof(kFiller)) > 0) {
+    }
+    fd = ends[1];  // the read end stays open, so writes fail with EAGAIN
+  }
+  return fd >= 0 && dup2(fd, STDOUT_FILENO) == STDOUT_FILENO;
+}
+
+// Lets no further descriptor be opened.
+bool ExhaustDescriptors() {
+  int lowest_free = dup(STDIN_FILENO);
+  if (lowest_free < 0) return false;
+  close(lowest_free);
+  rlimit limit = {static_cast<rlim_t>(lowest_free),
+                  static_cast<rlim_t>(lowest_free)};
+  return setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   openlog("test_host", LOG_PERROR, LOG_USER);
 
-  CmdLineInterface cli;
   std::vector<CmdLineInterface::Command> commands = {
       {"args", "print words", "WORD...",
        [](int count, char** words) {
@@ -75,36 +112,60 @@ int main(int argc, char** argv) {
        }},
       {"nofunc", "no function", "{}", nullptr},
   };
+  const char* head = nullptr;
+  const char* greeting = nullptr;
+  std::string broken_stdout;
+  bool no_descriptors = false;
   for (int i = 1; i < argc; ++i) {
     std::string option = argv[i];
     if (option == "--head" && i + 1 < argc) {
-      cli.SetHeadMessage(argv[++i]);
+      head = argv[++i];
     } else if (option == "--greeting" && i + 1 < argc) {
-      cli.SetGreetingMessage(argv[++i]);
+      greeting = argv[++i];
     } else if (option == "--bare") {
       commands.clear();
     } else if (option == "--cmd" && i + 3 < argc) {
       commands.emplace_back(argv[i + 1], argv[i + 2], argv[i + 3], nullptr);
       i += 3;
+    } else if (option == "--stdout" && i + 1 < argc) {
+      broken_stdout = argv[++i];
+    } else if (option == "--no-descriptors") {
+      no_descriptors = true;
     } else {
       std::fprintf(stderr, "unknown option %s\n", argv[i]);
       return 2;
     }
   }
-  cli.AddCmdList(commands);
+  if (no_descriptors && !ExhaustDescriptors()) return 3;
 
-  std::thread([&cli] {
-    char byte;
-    while (read(3, &byte, 1) == 1) {
-      if (byte == '?') {
-        std::string state = CmdLineInterfacePeer::State(cli);
-        if (write(STDERR_FILENO, state.data(), state.size()) < 0) break;
-      } else if (byte == 's') {
-        cli.console_.StopRead();
+  // Held by the control thread for each request, and by main from the end of
+  // Run() on, so no StopRead() can overlap or follow the session's
+  // destruction.
+  std::mutex control;
+  std::unique_lock<std::mutex> session_over(control, std::defer_lock);
+  {
+    CmdLineInterface cli;
+    if (head != nullptr) cli.SetHeadMessage(head);
+    if (greeting != nullptr) cli.SetGreetingMessage(greeting);
+    cli.AddCmdList(commands);
+
+    std::thread([&cli, &control] {
+      char byte;
+      while (read(3, &byte, 1) == 1) {
+        std::lock_guard<std::mutex> lock(control);
+        if (byte == '?') {
+          std::string state = CmdLineInterfacePeer::State(cli);
+          if (write(STDERR_FILENO, state.data(), state.size()) < 0) break;
+        } else if (byte == 's') {
+          cli.console_.StopRead();
+        }
       }
-    }
-  }).detach();
-  cli.Run();
-  std::printf("Run returned\n");
-  return 0;
+    }).detach();
+    if (!broken_stdout.empty() && !BreakStdout(broken_stdout)) return 4;
+    cli.Run();
+    std::printf("Run returned\n");
+    session_over.lock();
+  }
+  // Leaves the lock held: the control thread stays shut out until the end.
+  std::exit(0);
 }
