@@ -3,18 +3,22 @@
 #   make check   build everything and run every test (what CI runs)
 #   make format  reformat the sources with clang-format
 # make check runs, in order: check-native check-static check-arm check-asan
-# check-tsan; each can be run on its own once the packages are there.
+# check-tsan check-fuzz; each can be run on its own once the packages are there.
+# FUZZ_SECONDS sets how long check-fuzz runs each fuzz target.
 
 BUILD ?= build
 JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev libvterm-dev clang-format clang-tidy \
-  g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libvterm-dev:armhf
+  g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libvterm-dev:armhf clang \
+  libclang-rt-14-dev
 SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := key_decoding session
 TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
 
 .PHONY: demo check packages check-native check-static check-arm check-asan check-tsan \
-  format format-check sizes
+  check-fuzz format format-check sizes
 
 demo:
 	@scripts/ensure-packages.sh cmake g++ make
@@ -24,7 +28,7 @@ demo:
 
 check: packages
 	$(MAKE) format-check
-	$(MAKE) check-native check-static check-arm check-asan check-tsan
+	$(MAKE) check-native check-static check-arm check-asan check-tsan check-fuzz
 
 packages:
 	@scripts/ensure-packages.sh $(CHECK_PACKAGES)
@@ -64,6 +68,22 @@ check-tsan:
 	cmake -S . -B $(BUILD)/tsan $(TEST_BUILD) -DZELCLI_SANITIZE=thread >/dev/null
 	cmake --build $(BUILD)/tsan -j$(JOBS)
 	cd $(BUILD)/tsan && ctest --output-on-failure -R StopRead
+
+check-fuzz:
+	@echo "== libFuzzer: each target for $(FUZZ_SECONDS) s from the seed corpus"
+	cmake -S . -B $(BUILD)/fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DBUILD_SHARED_LIBS=OFF -DZELCLI_BUILD_EXAMPLES=OFF -DZELCLI_BUILD_FUZZERS=ON \
+	  -DZELCLI_WERROR=ON -DZELCLI_SANITIZE=fuzzer-no-link,address,undefined >/dev/null
+	cmake --build $(BUILD)/fuzz -j$(JOBS)
+	@for target in $(FUZZ_TARGETS); do \
+	  mkdir -p $(BUILD)/fuzz/corpus-$$target && \
+	  $(BUILD)/fuzz/fuzz/$${target}_fuzzer -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	    -artifact_prefix=$(BUILD)/fuzz/$$target- $(BUILD)/fuzz/corpus-$$target \
+	    fuzz/corpus/$$target 2>$(BUILD)/fuzz/$$target.log || \
+	    { tail -40 $(BUILD)/fuzz/$$target.log; exit 1; }; \
+	  echo "$$target: $$(grep -o 'cov: [0-9]* ft: [0-9]*' $(BUILD)/fuzz/$$target.log | tail -1)," \
+	    "$$(grep number_of_executed_units $(BUILD)/fuzz/$$target.log | grep -o '[0-9]*$$') runs"; \
+	done
 
 # Stripped size of the shared library of each build.
 sizes:
