@@ -58,7 +58,8 @@ std::string Visible(const std::string& bytes) {
   return out;
 }
 
-PtySession::PtySession(const std::vector<std::string>& argv, Output output) {
+PtySession::PtySession(const std::vector<std::string>& argv, Output output,
+                       Input input) {
   termios settings = {};
   winsize size = {};
   size.ws_row = 24;
@@ -71,6 +72,7 @@ PtySession::PtySession(const std::vector<std::string>& argv, Output output) {
   if (output == Output::kRaw) settings.c_oflag &= ~OPOST;
   settings.c_iflag &= ~(ICRNL | INLCR | IGNCR | IXON | IXOFF);
   settings.c_lflag &= ~(ISIG | IEXTEN);
+  if (input == Input::kRaw) settings.c_lflag &= ~(ICANON | ECHO);
   tcsetattr(slave_, TCSANOW, &settings);
 
   int error_pipe[2];
@@ -131,8 +133,22 @@ std::string PtySession::Type(const std::string& keys) {
 void PtySession::Send(const std::string& keys) {
   if (write(master_, keys.data(), keys.size()) !=
       static_cast<ssize_t>(keys.size())) {
-    ADD_FAILURE() << "could not send " << Visible(keys);
+    ADD_FAILURE() << "could not send " << Visible(keys.substr(0, 64));
   }
+}
+
+void PtySession::HangUp() {
+  close(master_);
+  master_ = -1;
+}
+
+long PtySession::PeakResidentKib() const {
+  std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6));
+  }
+  return -1;
 }
 
 std::string PtySession::WaitForExit() {
@@ -212,7 +228,11 @@ bool PtySession::Exited(int* status) {
   return exited_;
 }
 
-std::string PtySession::DrainMaster() { return ReadAvailable(master_); }
+std::string PtySession::DrainMaster() {
+  std::string out = std::move(output_collected_) + ReadAvailable(master_);
+  output_collected_.clear();
+  return out;
+}
 
 long PtySession::VoluntarySwitches() const {
   std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
@@ -246,6 +266,9 @@ void PtySession::WaitUntilWaitingForKey(long switches_before) {
   // The sleep count proves the child has slept since the keys were sent,
   // so a poll() that has not yet seen them does not count as waiting.
   bool waiting = WaitUntil([&] {
+    // Read as it comes, so that a host writing more than the terminal
+    // buffers is never stuck in write().
+    output_collected_ += ReadAvailable(master_);
     return Exited() || (VoluntarySwitches() > switches_before && WaitsForKey());
   });
   if (!waiting) ADD_FAILURE() << "the host did not come back to wait for a key";

@@ -38,12 +38,21 @@ class PtySession {
     kRaw,       // the host's bytes exactly as written
     kTerminal,  // as a terminal gets them by default: LF becomes CR LF
   };
+  enum class Input {
+    // Canonical with echo, as a terminal starts: the host switches it raw
+    // only while it waits, so send one key at a time.
+    kCooked,
+    // Non-canonical without echo throughout, so that many keys can be sent
+    // at once (up to the terminal's 4 KB input buffer) and queue unchanged.
+    kRaw,
+  };
 
   // Starts `argv` (argv[0] is the program's path) and waits until it first
   // waits for a key. The child's descriptor 3 is the read end of a control
   // pipe, written by Signal().
   explicit PtySession(const std::vector<std::string>& argv,
-                      Output output = Output::kRaw);
+                      Output output = Output::kRaw,
+                      Input input = Input::kCooked);
   // Kills the child if it still runs.
   ~PtySession();
 
@@ -51,7 +60,7 @@ class PtySession {
   PtySession& operator=(const PtySession&) = delete;
 
   // Sends `keys` in one write and returns what the host wrote until it waits
-  // again (or exits). Keep `keys` short: they must reach the host at once.
+  // again (or exits). With Input::kCooked keep `keys` to one key.
   std::string Type(const std::string& keys);
 
   // Sends `keys` without waiting for an answer.
@@ -72,10 +81,19 @@ class PtySession {
   // Writes `byte` to the child's descriptor 3.
   void Signal(char byte);
 
+  // Closes the terminal's master side, as a modem or SSH connection hangs
+  // up. The host gets SIGHUP unless it ignores it.
+  void HangUp();
+
+  // The host's peak resident memory so far, in KiB (VmHWM).
+  long PeakResidentKib() const;
+
   // Asks the host for its state line (Signal('?')), waits for it on stderr,
   // and returns it without the "state " prefix and the line feed. Other
   // stderr output stays for TakeStderr().
   std::string State();
+
+  pid_t pid() const { return pid_; }
 
   // Whether the child has ended; if so, its wait status.
   bool Exited(int* status = nullptr);
@@ -98,6 +116,7 @@ class PtySession {
   bool exited_ = false;
   int status_ = 0;
   std::string stderr_collected_;
+  std::string output_collected_;  // drained while waiting, not yet returned
   std::string startup_output_;
 };
 

@@ -2,6 +2,7 @@
 //
 //   test_host [--bare] [--cmd NAME EXPLAIN USAGE]... [--head TEXT]
 //             [--greeting TEXT] [--stdout closed|full] [--no-descriptors]
+//             [--nohup]
 //
 // Commands besides the built-ins, unless --bare:
 //   args WORD...   prints argc and every argv entry in brackets
@@ -13,6 +14,8 @@
 // "full" a pipe that nobody reads, full and non-blocking (EAGAIN).
 // --no-descriptors lowers the descriptor limit to what is open before the
 // session is built, so its wake-up descriptor cannot be created.
+// --nohup ignores SIGHUP, as a daemonised host does, so that it lives on
+// once its terminal hangs up.
 //
 // A thread reads descriptor 3. For the byte '?' it writes the session's state
 // to stderr as one line:
@@ -23,6 +26,7 @@
 // The system log is opened with LOG_PERROR, so log lines reach stderr too.
 #include <cli/cmd_line_interface.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/resource.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -131,6 +135,8 @@ int main(int argc, char** argv) {
       broken_stdout = argv[++i];
     } else if (option == "--no-descriptors") {
       no_descriptors = true;
+    } else if (option == "--nohup") {
+      signal(SIGHUP, SIG_IGN);
     } else {
       std::fprintf(stderr, "unknown option %s\n", argv[i]);
       return 2;
