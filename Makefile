@@ -10,7 +10,7 @@ BUILD ?= build
 JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev libvterm-dev clang-format clang-tidy \
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libvterm-dev:armhf clang \
-  libclang-rt-14-dev
+  libclang-rt-14-dev valgrind
 SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
 FUZZ_SECONDS ?= 60

@@ -12,7 +12,7 @@
 // --stdout makes every write to standard output fail: "closed" puts a
 // descriptor open only for reading in its place (EBADF, as for a closed one),
 // "full" a pipe that nobody reads, full and non-blocking (EAGAIN).
-// --no-descriptors lowers the descriptor limit to what is open before the
+// --no-descriptors lowers the descriptor limit to what is open while the
 // session is built, so its wake-up descriptor cannot be created.
 // --nohup ignores SIGHUP, as a daemonised host does, so that it lives on
 // once its terminal hangs up.
@@ -86,13 +86,13 @@ bool BreakStdout(const std::string& how) {
   return fd >= 0 && dup2(fd, STDOUT_FILENO) == STDOUT_FILENO;
 }
 
-// Lets no further descriptor be opened.
-bool ExhaustDescriptors() {
+// Lets no further descriptor be opened until the returned limit is set back.
+bool ExhaustDescriptors(rlimit* saved) {
   int lowest_free = dup(STDIN_FILENO);
-  if (lowest_free < 0) return false;
+  if (lowest_free < 0 || getrlimit(RLIMIT_NOFILE, saved) != 0) return false;
   close(lowest_free);
-  rlimit limit = {static_cast<rlim_t>(lowest_free),
-                  static_cast<rlim_t>(lowest_free)};
+  rlimit limit = *saved;
+  limit.rlim_cur = static_cast<rlim_t>(lowest_free);
   return setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
@@ -142,7 +142,6 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
-  if (no_descriptors && !ExhaustDescriptors()) return 3;
 
   // Held by the control thread for each request, and by main from the end of
   // Run() on, so no StopRead() can overlap or follow the session's
@@ -150,7 +149,12 @@ int main(int argc, char** argv) {
   std::mutex control;
   std::unique_lock<std::mutex> session_over(control, std::defer_lock);
   {
+    rlimit descriptors = {};
+    if (no_descriptors && !ExhaustDescriptors(&descriptors)) return 3;
     CmdLineInterface cli;
+    // Only the session's construction lacks descriptors; sanitizers, for
+    // one, need some later on.
+    if (no_descriptors) setrlimit(RLIMIT_NOFILE, &descriptors);
     if (head != nullptr) cli.SetHeadMessage(head);
     if (greeting != nullptr) cli.SetGreetingMessage(greeting);
     cli.AddCmdList(commands);
