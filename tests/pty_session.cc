@@ -109,7 +109,7 @@ PtySession::PtySession(const std::vector<std::string>& argv, Output output,
   SetNonBlocking(master_);
   SetNonBlocking(stderr_);
 
-  WaitUntilWaitingForKey(-1);
+  WaitUntilWaitingForKey(-1, 0);
   startup_output_ = DrainMaster();
 }
 
@@ -125,8 +125,9 @@ PtySession::~PtySession() {
 
 std::string PtySession::Type(const std::string& keys) {
   long switches = VoluntarySwitches();
+  long bytes_read = BytesRead();
   Send(keys);
-  WaitUntilWaitingForKey(switches);
+  WaitUntilWaitingForKey(switches, bytes_read + static_cast<long>(keys.size()));
   return DrainMaster();
 }
 
@@ -262,14 +263,26 @@ bool InPoll(pid_t task) {
   return number == SYS_ppoll;
 }
 
-void PtySession::WaitUntilWaitingForKey(long switches_before) {
+// Bytes the host has read through read() and the like, all descriptors
+// together (rchar): the keys, and a byte per control request.
+long PtySession::BytesRead() const {
+  std::ifstream io("/proc/" + std::to_string(pid_) + "/io");
+  std::string line;
+  while (std::getline(io, line)) {
+    if (line.rfind("rchar:", 0) == 0) return std::stol(line.substr(6));
+  }
+  return -1;
+}
+
+void PtySession::WaitUntilWaitingForKey(long switches_before, long bytes_read) {
   // The sleep count proves the child has slept since the keys were sent,
   // so a poll() that has not yet seen them does not count as waiting.
   bool waiting = WaitUntil([&] {
     // Read as it comes, so that a host writing more than the terminal
     // buffers is never stuck in write().
     output_collected_ += ReadAvailable(master_);
-    return Exited() || (VoluntarySwitches() > switches_before && WaitsForKey());
+    return Exited() || (BytesRead() >= bytes_read &&
+                        VoluntarySwitches() > switches_before && WaitsForKey());
   });
   if (!waiting) ADD_FAILURE() << "the host did not come back to wait for a key";
 }

@@ -2,9 +2,11 @@
 // types keys into it and returns exactly the bytes it writes back.
 //
 // Keys are sent only while the host waits for one: Type() returns once the
-// child is back in its poll() with the terminal in non-canonical mode, no
-// unread input on the slave, and at least one sleep since the keys were
-// sent. That makes every exchange deterministic without timing assumptions.
+// child has read as many bytes as were sent and is back in its poll() with
+// the terminal in non-canonical mode, no unread input on the slave, and at
+// least one sleep since the keys were sent. That makes every exchange
+// deterministic without timing assumptions, even for keys sent in bulk that
+// the terminal hands on in pieces.
 //
 // The slave starts from the kernel's defaults with output post-processing
 // (OPOST, unless asked for), CR-to-LF translation, flow control, signal keys
@@ -103,7 +105,10 @@ class PtySession {
   std::string DrainMaster();
   void CollectStderr();
   long VoluntarySwitches() const;
-  void WaitUntilWaitingForKey(long switches_before);
+  long BytesRead() const;
+  // Waits until the host has read `bytes_read` bytes in all, slept since
+  // `switches_before` and waits for a key again.
+  void WaitUntilWaitingForKey(long switches_before, long bytes_read);
   // Polls `done`, draining stderr meanwhile, until it holds or patience runs
   // out; returns whether it held.
   bool WaitUntil(const std::function<bool()>& done);
