@@ -18,7 +18,7 @@ FUZZ_TARGETS := key_decoding session
 TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
 
 .PHONY: demo check packages check-native check-static check-arm check-asan check-tsan \
-  check-fuzz format format-check sizes
+  check-fuzz format format-check
 
 demo:
 	@scripts/ensure-packages.sh cmake g++ make
@@ -84,13 +84,6 @@ check-fuzz:
 	  echo "$$target: $$(grep -o 'cov: [0-9]* ft: [0-9]*' $(BUILD)/fuzz/$$target.log | tail -1)," \
 	    "$$(grep number_of_executed_units $(BUILD)/fuzz/$$target.log | grep -o '[0-9]*$$') runs"; \
 	done
-
-# Stripped size of the shared library of each build.
-sizes:
-	@strip -o $(BUILD)/check/libzelcli.stripped $(BUILD)/check/libzelcli.so
-	@arm-linux-gnueabihf-strip -o $(BUILD)/arm/libzelcli.stripped $(BUILD)/arm/libzelcli.so
-	@echo "libzelcli.so stripped, x86-64: $$(stat -c %s $(BUILD)/check/libzelcli.stripped) bytes"
-	@echo "libzelcli.so stripped, 32-bit ARM: $$(stat -c %s $(BUILD)/arm/libzelcli.stripped) bytes"
 
 format:
 	clang-format -i $(SOURCES)

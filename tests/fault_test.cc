@@ -71,34 +71,30 @@ void TypeEveryByte(PtySession& session, const std::string& tail,
   }
 }
 
-TEST(BadInput, EveryByteWhileEditing) {
-  PtySession session(HostArgs());
+TEST(BadInput, EveryByteInEachState) {
+  PtySession session(HostArgs({"--cmd", "argz", "x", "y"}));
+  // Editing, with the cursor inside the line.
   TypeText(session, "args xy");
   session.Type(kLeft);
   session.Type(kLeft);
   TypeEveryByte(session, "xy", false);
-}
-
-TEST(BadInput, EveryByteWhileBrowsingHistory) {
-  PtySession session(HostArgs());
+  // Browsing the history.
+  session.Type(kEnter);
   RunLine(session, "args 1");
-  RunLine(session, "args 2");
   session.Type(kUp);
   session.Type(kUp);
   ASSERT_EQ(session.State(),
-            "line=[args 1] cursor=6 browsing=1 index=1 saved=[] "
-            "history=[args 2|args 1] screen=none");
+            "line=[args xy] cursor=7 browsing=1 index=1 saved=[] "
+            "history=[args 1|args xy] screen=none");
   TypeEveryByte(session, "", false);
-}
-
-TEST(BadInput, EveryByteWithTheListOpen) {
-  PtySession session(HostArgs({"--cmd", "argz", "x", "y"}));
+  // With the candidate list open.
+  session.Type(kEnter);
   TypeText(session, "ar");
   session.Type(kTab);
   session.Type(kDown);
   ASSERT_EQ(session.State(),
-            "line=[ar] cursor=2 browsing=0 index=0 saved=[] history=[] "
-            "screen=1");
+            "line=[ar] cursor=2 browsing=0 index=0 saved=[] "
+            "history=[args xy|args 1|args xy] screen=1");
   TypeEveryByte(session, "", true);
 }
 
@@ -261,9 +257,7 @@ TEST(Faults, StandardOutputRefusesWrites) {
     TypeText(session, "exit");
     session.Send(kEnter);
     session.WaitForExit();
-    int status = -1;
-    EXPECT_TRUE(session.Exited(&status));
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_TRUE(session.ExitedCleanly());
   }
 }
 

@@ -2,7 +2,6 @@
 // editing, history, completion, every outcome of a command, and exit. Any
 // memory error, or memory definitely or indirectly lost, fails it.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <string>
 
@@ -74,10 +73,8 @@ TEST(Memcheck, DeviceShellSession) {
   TypeText(session, "exit");
   session.Send(kEnter);
   session.WaitForExit();
-  int status = -1;
-  EXPECT_TRUE(session.Exited(&status));
+  EXPECT_TRUE(session.ExitedCleanly());
   std::string report = session.TakeStderr();
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << report;
   EXPECT_NE(report.find("ERROR SUMMARY: 0 errors"), std::string::npos)
       << report;
 }

@@ -32,6 +32,18 @@ void SetNonBlocking(int fd) {
   fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
 }
 
+// The number after "`key`:" in /proc/`pid`/`file`, or -1.
+long ProcField(pid_t pid, const char* file, const std::string& key) {
+  std::ifstream lines("/proc/" + std::to_string(pid) + "/" + file);
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (line.rfind(key + ":", 0) == 0) {
+      return std::stol(line.substr(key.size() + 1));
+    }
+  }
+  return -1;
+}
+
 }  // namespace
 
 std::string Visible(const std::string& bytes) {
@@ -144,12 +156,7 @@ void PtySession::HangUp() {
 }
 
 long PtySession::PeakResidentKib() const {
-  std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6));
-  }
-  return -1;
+  return ProcField(pid_, "status", "VmHWM");
 }
 
 std::string PtySession::WaitForExit() {
@@ -222,6 +229,16 @@ bool PtySession::WaitsForKey() {
   return unread == 0 && (settings.c_lflag & ICANON) == 0 && InPoll(pid_);
 }
 
+::testing::AssertionResult PtySession::ExitedCleanly() {
+  if (Exited() && WIFEXITED(status_) && WEXITSTATUS(status_) == 0) {
+    return ::testing::AssertionSuccess();
+  }
+  CollectStderr();
+  return ::testing::AssertionFailure()
+         << "the host has not exited with status 0; its stderr:\n"
+         << stderr_collected_;
+}
+
 bool PtySession::Exited(int* status) {
   if (!exited_ && pid_ > 0 && waitpid(pid_, &status_, WNOHANG) == pid_)
     exited_ = true;
@@ -236,14 +253,7 @@ std::string PtySession::DrainMaster() {
 }
 
 long PtySession::VoluntarySwitches() const {
-  std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.rfind("voluntary_ctxt_switches:", 0) == 0) {
-      return std::stol(line.substr(line.find(':') + 1));
-    }
-  }
-  return -1;
+  return ProcField(pid_, "status", "voluntary_ctxt_switches");
 }
 
 bool InPoll(pid_t task) {
@@ -265,14 +275,7 @@ bool InPoll(pid_t task) {
 
 // Bytes the host has read through read() and the like, all descriptors
 // together (rchar): the keys, and a byte per control request.
-long PtySession::BytesRead() const {
-  std::ifstream io("/proc/" + std::to_string(pid_) + "/io");
-  std::string line;
-  while (std::getline(io, line)) {
-    if (line.rfind("rchar:", 0) == 0) return std::stol(line.substr(6));
-  }
-  return -1;
-}
+long PtySession::BytesRead() const { return ProcField(pid_, "io", "rchar"); }
 
 void PtySession::WaitUntilWaitingForKey(long switches_before, long bytes_read) {
   // The sleep count proves the child has slept since the keys were sent,

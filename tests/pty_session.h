@@ -17,6 +17,7 @@
 #ifndef ZEL_CLI_TESTS_PTY_SESSION_H_
 #define ZEL_CLI_TESTS_PTY_SESSION_H_
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <functional>
@@ -99,6 +100,10 @@ class PtySession {
 
   // Whether the child has ended; if so, its wait status.
   bool Exited(int* status = nullptr);
+  // Whether the child has exited with status 0. A sanitizer's or valgrind's
+  // report at exit changes the status; a failure shows the child's stderr,
+  // which stays for TakeStderr().
+  ::testing::AssertionResult ExitedCleanly();
 
  private:
   bool WaitsForKey();
