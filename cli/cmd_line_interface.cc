@@ -30,7 +30,6 @@ constexpr char kNul = '\0';
 
 constexpr uint32_t kHistoryLimit = 20;
 constexpr int kMaxWords = 10;
-constexpr std::string_view kWordDelimiters(" \t", 2);
 constexpr char kUsageQuery = '?';
 // What "%s" shows for a missing first word, spelled out rather than left to
 // the C library.
@@ -65,20 +64,49 @@ class WordBuffers {
     for (int i = kMaxWords - 1; i >= 0; --i) std::free(words_[i]);
   }
 
-  // A zero-filled buffer for `word` and its NUL. Running out of memory here
-  // is fatal.
-  char* Add(int index, const std::string& word) {
-    words_[index] = static_cast<char*>(std::calloc(word.size() + 1, 1));
+  // A zero-filled buffer holding the `length` bytes at `word` and a NUL.
+  // Running out of memory here is fatal.
+  char* Add(int index, const char* word, size_t length) {
+    words_[index] = static_cast<char*>(std::calloc(length + 1, 1));
     if (words_[index] == nullptr) {
       FailAssertion("argv[argc] != __null", __LINE__,
                     "bool zel::cli::CmdLineInterface::ParseLine()");
     }
-    return std::strcpy(words_[index], word.c_str());
+    return static_cast<char*>(std::memcpy(words_[index], word, length));
   }
 
  private:
   char* words_[kMaxWords] = {};
 };
+
+// The part of `line` from `cursor` on; `cursor` is never past its end.
+std::string_view Tail(const std::string& line, uint32_t cursor) {
+  return std::string_view(line.data() + cursor, line.size() - cursor);
+}
+
+// Assembles one update of the line in `update`: `back` backspaces, `text`,
+// `tail`, `blanks` spaces, `back_again` backspaces and, if `nul`, a NUL. The
+// buffer keeps its storage from key to key, so typing and cursor movement
+// allocate only for an update longer than any before. False, with `update`
+// empty, when it cannot grow.
+bool AssembleLineUpdate(std::string* update, size_t back, std::string_view text,
+                        std::string_view tail, size_t blanks, size_t back_again,
+                        bool nul) {
+  update->clear();
+  try {
+    update->reserve(back + text.size() + tail.size() + blanks + back_again +
+                    nul);
+  } catch (...) {  // bad_alloc, or length_error past max_size()
+    return false;
+  }
+  update->append(back, kBackspace)
+      .append(text)
+      .append(tail)
+      .append(blanks, kBlank)
+      .append(back_again, kBackspace);
+  if (nul) update->append(1, kNul);
+  return true;
+}
 
 }  // namespace
 
@@ -104,15 +132,26 @@ CmdLineInterface::CmdLineInterface()
       history_index_(0) {
   using std::placeholders::_1;
   using std::placeholders::_2;
-  // exit and quit share one function on purpose.
-  std::vector<Command> builtins = {
-      Command("help", "show commands list", "{}",
-              std::bind(&CmdLineInterface::CmdDefaultFuncHelp, this, _1, _2)),
-      Command("exit", "exit program", "{}",
-              std::bind(&CmdLineInterface::CmdDefaultFuncExit, this, _1, _2)),
-      Command("quit", "quit program", "{}",
-              std::bind(&CmdLineInterface::CmdDefaultFuncExit, this, _1, _2)),
+  struct Builtin {
+    const char* name;
+    const char* explain;
+    Result (CmdLineInterface::*func)(int, char**);
   };
+  // exit and quit share one function on purpose.
+  static constexpr Builtin kBuiltins[] = {
+      {"help", "show commands list", &CmdLineInterface::CmdDefaultFuncHelp},
+      {"exit", "exit program", &CmdLineInterface::CmdDefaultFuncExit},
+      {"quit", "quit program", &CmdLineInterface::CmdDefaultFuncExit},
+  };
+  std::vector<Command> builtins;
+  builtins.reserve(std::size(kBuiltins));
+  for (const Builtin& builtin : kBuiltins) {
+    // Copied in the way AddCmdList copies, which keeps one vector insertion
+    // in the library instead of two.
+    const Command command(builtin.name, builtin.explain, "{}",
+                          std::bind(builtin.func, this, _1, _2));
+    builtins.push_back(command);
+  }
   AddCmdList(builtins);
   head_message_ = prompt_;
 }
@@ -248,20 +287,17 @@ bool CmdLineInterface::ParseLine() {
   WordBuffers buffers;
   char* argv[kMaxWords] = {};
   int argc = 0;
-  std::string word;
-  size_t position = 0;
-  while (true) {
-    size_t start = line_.find_first_not_of(kWordDelimiters, position);
-    if (start == std::string::npos) break;
-    size_t end = line_.find_first_of(kWordDelimiters, start);
-    word.assign(line_, start, end - start);
-
-    argv[argc] = buffers.Add(argc, word);
+  auto is_delimiter = [](char c) { return c == ' ' || c == '\t'; };
+  const char* next = line_.data();
+  const char* end = next + line_.size();
+  // Words past the tenth are dropped, silently.
+  while (argc < kMaxWords) {
+    while (next != end && is_delimiter(*next)) ++next;
+    if (next == end) break;
+    const char* word = next;
+    while (next != end && !is_delimiter(*next)) ++next;
+    argv[argc] = buffers.Add(argc, word, next - word);
     ++argc;
-
-    // Words past the tenth are dropped, silently.
-    if (end == std::string::npos || argc == kMaxWords) break;
-    position = end;
   }
   DoCmdLine(argc, argv);
   return true;
@@ -283,7 +319,8 @@ Result CmdLineInterface::DoCmdLine(int argc, char** argv) {
   // An index, not a pointer: it stays valid whatever the command does.
   size_t index = 0;
   while (index < commands_.size() &&
-         (argv[0] == nullptr || commands_[index].name != argv[0])) {
+         (argv[0] == nullptr ||
+          std::string_view(commands_[index].name) != argv[0])) {
     ++index;
   }
   if (index == commands_.size()) {
@@ -325,13 +362,10 @@ Result CmdLineInterface::CmdDefaultFuncHelp(int, char**) {
     std::string row = name;
     FillSpaceCharacter(row, static_cast<unsigned int>(name.size()),
                        name_width_);
-    row += '\t';
-    row += explain;
+    row.append(1, '\t').append(explain);
     FillSpaceCharacter(row, static_cast<unsigned int>(explain.size()),
                        explain_width_);
-    row += '\t';
-    row += usage;
-    row += kLineFeed;
+    row.append(1, '\t').append(usage).append(1, kLineFeed);
     WriteOnConsole(row);
   };
   write_row("cmd:", "explain:", "usage:");
@@ -359,7 +393,7 @@ void CmdLineInterface::FillSpaceCharacter(std::string& text, unsigned int from,
 //
 // The terminal cursor is assumed to stand at line_[cursor_], counted from
 // the end of the head message, and the line never to wrap. Each operation
-// sends one string: a failed allocation while building it sends nothing and
+// sends one update: a failed allocation while building it sends nothing and
 // changes nothing.
 
 bool CmdLineInterface::InsertString(const std::string& text) {
@@ -369,68 +403,48 @@ bool CmdLineInterface::InsertString(const std::string& text) {
         "0", 468,
         "bool zel::cli::CmdLineInterface::InsertString(std::string&)");
   }
-  std::string_view tail = std::string_view(line_).substr(cursor_);
-  std::string update;
-  try {
-    // The text pushes the tail right; the backspaces come back over the tail.
-    update.reserve(text.size() + 2 * tail.size());
-    update.append(text).append(tail).append(tail.size(), kBackspace);
-  } catch (const std::bad_alloc&) {
+  // The text pushes the tail right; the backspaces come back over the tail.
+  std::string_view tail = Tail(line_, cursor_);
+  if (!AssembleLineUpdate(&update_, 0, text, tail, 0, tail.size(), false)) {
     return false;
   }
-  WriteOnConsole(update);
-  line_.insert(cursor_, text);
+  WriteOnConsole(update_);
+  line_.insert(line_.begin() + cursor_, text.begin(), text.end());
   cursor_ += static_cast<uint32_t>(text.size());
   return true;
 }
 
 bool CmdLineInterface::DeleteCharacters(uint32_t n) {
   if (n > cursor_) return false;  // never a partial deletion
-  std::string_view tail = std::string_view(line_).substr(cursor_);
-  std::string update;
-  try {
-    // Redraw the tail n columns further left, blank the n columns it leaves
-    // behind, and come back to the new cursor column.
-    update.reserve(3 * size_t{n} + 2 * tail.size());
-    update.append(n, kBackspace)
-        .append(tail)
-        .append(n, kBlank)
-        .append(n + tail.size(), kBackspace);
-  } catch (const std::bad_alloc&) {
+  // Redraw the tail n columns further left, blank the n columns it leaves
+  // behind, and come back to the new cursor column.
+  std::string_view tail = Tail(line_, cursor_);
+  if (!AssembleLineUpdate(&update_, n, {}, tail, n, n + tail.size(), false)) {
     return false;
   }
-  WriteOnConsole(update);
-  line_.erase(cursor_ - n, n);
+  WriteOnConsole(update_);
+  line_.erase(line_.begin() + (cursor_ - n), line_.begin() + cursor_);
   cursor_ -= n;
   return true;
 }
 
 bool CmdLineInterface::MoveCursorToLeft(uint32_t n) {
   if (n > cursor_) return false;
-  std::string update;
-  try {
-    update.assign(n, kBackspace);
-  } catch (const std::bad_alloc&) {
-    return false;
-  }
-  WriteOnConsole(update);
+  if (!AssembleLineUpdate(&update_, n, {}, {}, 0, 0, false)) return false;
+  WriteOnConsole(update_);
   cursor_ -= n;
   return true;
 }
 
 bool CmdLineInterface::MoveCursorToRight(uint32_t n) {
-  std::string_view tail = std::string_view(line_).substr(cursor_);
+  std::string_view tail = Tail(line_, cursor_);
   if (n > tail.size()) return false;
-  std::string update;
-  try {
-    // Moving right rewrites the whole tail rather than relying on a
-    // cursor-forward sequence, then backs up over what lies beyond.
-    update.reserve(2 * tail.size());
-    update.append(tail).append(tail.size() - n, kBackspace);
-  } catch (const std::bad_alloc&) {
+  // Moving right rewrites the whole tail rather than relying on a
+  // cursor-forward sequence, then backs up over what lies beyond.
+  if (!AssembleLineUpdate(&update_, 0, {}, tail, 0, tail.size() - n, false)) {
     return false;
   }
-  WriteOnConsole(update);
+  WriteOnConsole(update_);
   cursor_ += n;
   return true;
 }
@@ -438,20 +452,13 @@ bool CmdLineInterface::MoveCursorToRight(uint32_t n) {
 bool CmdLineInterface::ClearCharacters() {
   size_t length = line_.size();
   if (length == 0) return true;
-  std::string update;
-  try {
-    // Steps back by the line's length, not by cursor_: callers leave the
-    // cursor where it is, so from inside the line this blanks columns left of
-    // the line's start. That is how the line has always been cleared.
-    update.reserve(3 * length + 1);
-    update.append(length, kBackspace)
-        .append(length, kBlank)
-        .append(length, kBackspace)
-        .append(1, kNul);
-  } catch (const std::bad_alloc&) {
+  // Steps back by the line's length, not by cursor_: callers leave the
+  // cursor where it is, so from inside the line this blanks columns left of
+  // the line's start. That is how the line has always been cleared.
+  if (!AssembleLineUpdate(&update_, length, {}, {}, length, length, true)) {
     return false;
   }
-  WriteOnConsole(update);
+  WriteOnConsole(update_);
   line_.clear();
   cursor_ = 0;
   return true;
@@ -532,7 +539,7 @@ bool CmdLineInterface::ShowCandidateScreen() {
   // order, duplicates kept.
   std::list<std::string> candidates;
   for (const Command& command : commands_) {
-    if (command.name.compare(0, line_.size(), line_) == 0) {
+    if (std::string_view(command.name).substr(0, line_.size()) == line_) {
       candidates.push_back(command.name);
     }
   }
@@ -555,7 +562,7 @@ bool CmdLineInterface::ShowCandidateScreen() {
     }
     for (size_t i = 0; i < candidates.size(); ++i) clear_sequence += kLineUp;
     clear_sequence.append(head_message_).append(line_);
-  } catch (const std::bad_alloc&) {
+  } catch (...) {  // only for want of memory
     return false;
   }
   candidate_screen_ = new CandidateScreen(std::move(candidates),

@@ -49,21 +49,22 @@ constexpr int kMaxSequenceLength = 4;
 // counter as one 64-bit number.
 constexpr char kWakeUpText[] = "evt_exit";
 
+// Arrays rather than pointers keep the tables free of load-time relocations.
 struct EscapeSequence {
+  char sequence[kMaxSequenceLength + 1];  // the bytes after "ESC ["
   Console::KeyType type;
-  const char* sequence;  // the bytes after "ESC ["
 };
 
 // Looked up in this order; several terminals' spellings of Home and End.
 constexpr EscapeSequence kEscapeSequenceTable[] = {
-    {Console::KeyType::Home, "1~"},       {Console::KeyType::Insert, "2~"},
-    {Console::KeyType::Delete, "3~"},     {Console::KeyType::End, "4~"},
-    {Console::KeyType::PageUp, "5~"},     {Console::KeyType::PageDown, "6~"},
-    {Console::KeyType::Home, "7~"},       {Console::KeyType::End, "8~"},
-    {Console::KeyType::CtrlLeft, "1;5D"}, {Console::KeyType::CtrlRight, "1;5C"},
-    {Console::KeyType::Up, "A"},          {Console::KeyType::Down, "B"},
-    {Console::KeyType::Right, "C"},       {Console::KeyType::Left, "D"},
-    {Console::KeyType::End, "F"},         {Console::KeyType::Home, "H"},
+    {"1~", Console::KeyType::Home},       {"2~", Console::KeyType::Insert},
+    {"3~", Console::KeyType::Delete},     {"4~", Console::KeyType::End},
+    {"5~", Console::KeyType::PageUp},     {"6~", Console::KeyType::PageDown},
+    {"7~", Console::KeyType::Home},       {"8~", Console::KeyType::End},
+    {"1;5D", Console::KeyType::CtrlLeft}, {"1;5C", Console::KeyType::CtrlRight},
+    {"A", Console::KeyType::Up},          {"B", Console::KeyType::Down},
+    {"C", Console::KeyType::Right},       {"D", Console::KeyType::Left},
+    {"F", Console::KeyType::End},         {"H", Console::KeyType::Home},
 };
 
 struct ControlByte {
@@ -84,7 +85,7 @@ constexpr ControlByte kControlBytes[] = {
 };
 
 // Indexed by FontColor value - 1.
-constexpr const char* kFontColorSequences[] = {
+constexpr char kFontColorSequences[][6] = {
     "\x1b[31m", "\x1b[32m", "\x1b[33m", "\x1b[34m",
     "\x1b[35m", "\x1b[36m", "\x1b[0m",
 };
