@@ -85,10 +85,8 @@ std::string_view Tail(const std::string& line, uint32_t cursor) {
 }
 
 // Assembles one update of the line in `update`: `back` backspaces, `text`,
-// `tail`, `blanks` spaces, `back_again` backspaces and, if `nul`, a NUL. The
-// buffer keeps its storage from key to key, so typing and cursor movement
-// allocate only for an update longer than any before. False, with `update`
-// empty, when it cannot grow.
+// `tail`, `blanks` spaces, `back_again` backspaces and, if `nul`, a NUL.
+// False, with `update` empty, when it cannot grow.
 bool AssembleLineUpdate(std::string* update, size_t back, std::string_view text,
                         std::string_view tail, size_t blanks, size_t back_again,
                         bool nul) {
@@ -411,6 +409,16 @@ bool CmdLineInterface::InsertString(const std::string& text) {
   WriteOnConsole(update_);
   line_.insert(line_.begin() + cursor_, text.begin(), text.end());
   cursor_ += static_cast<uint32_t>(text.size());
+  // The update buffer grows with the line, on the keys that grow the line,
+  // so that moving over the line or deleting one character never allocates:
+  // those updates are at most twice the line's length and one byte more.
+  // If it cannot grow now, the update that needs the room asks again.
+  if (update_.capacity() < 2 * line_.capacity() + 1) {
+    try {
+      update_.reserve(2 * line_.capacity() + 1);
+    } catch (...) {  // for want of memory
+    }
+  }
   return true;
 }
 

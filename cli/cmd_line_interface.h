@@ -197,9 +197,7 @@ class CmdLineInterface {
   std::list<std::string> history_;               // newest first
   std::vector<Command> commands_;                // in registration order
   CandidateScreen* candidate_screen_ = nullptr;  // owned; null when closed
-  // Where line updates are assembled. It keeps its storage from key to key,
-  // so typing and cursor movement allocate only for an update longer than
-  // any before it.
+  // Where line updates are assembled; it keeps its storage from key to key.
   std::string update_;
 };
 

@@ -202,22 +202,27 @@ void PtySession::Signal(char byte) {
     ADD_FAILURE() << "control pipe write failed";
 }
 
-std::string PtySession::State() {
-  static const std::string kPrefix = "state ";
-  Signal('?');
-  std::string state;
+std::string PtySession::Ask(char byte, const std::string& prefix) {
+  Signal(byte);
+  std::string answer;
   bool answered = WaitUntil([&] {
-    size_t start = stderr_collected_.find(kPrefix + "line=");
+    size_t start = stderr_collected_.find(prefix);
     if (start == std::string::npos) return false;
     size_t end = stderr_collected_.find('\n', start);
     if (end == std::string::npos) return false;
-    state = stderr_collected_.substr(start + kPrefix.size(),
-                                     end - start - kPrefix.size());
+    answer = stderr_collected_.substr(start + prefix.size(),
+                                      end - start - prefix.size());
     stderr_collected_.erase(start, end + 1 - start);
     return true;
   });
-  if (!answered) ADD_FAILURE() << "the host did not report its state";
-  return state;
+  if (!answered) ADD_FAILURE() << "the host did not answer '" << byte << "'";
+  return answer;
+}
+
+std::string PtySession::State() { return "line=" + Ask('?', "state line="); }
+
+unsigned long PtySession::Allocations() {
+  return std::stoul("0" + Ask('a', "allocations "));
 }
 
 bool PtySession::WaitsForKey() {

@@ -95,6 +95,8 @@ class PtySession {
   // and returns it without the "state " prefix and the line feed. Other
   // stderr output stays for TakeStderr().
   std::string State();
+  // Asks the host how many times its main thread has called operator new.
+  unsigned long Allocations();
 
   pid_t pid() const { return pid_; }
 
@@ -107,6 +109,9 @@ class PtySession {
 
  private:
   bool WaitsForKey();
+  // Signals `byte` and returns the rest of the stderr line that starts with
+  // `prefix`, taking the line out of the collected stderr.
+  std::string Ask(char byte, const std::string& prefix);
   std::string DrainMaster();
   void CollectStderr();
   long VoluntarySwitches() const;
