@@ -91,17 +91,20 @@ bool AssembleLineUpdate(std::string* update, size_t back, std::string_view text,
                         std::string_view tail, size_t blanks, size_t back_again,
                         bool nul) {
   update->clear();
-  try {
-    update->reserve(back + text.size() + tail.size() + blanks + back_again +
-                    nul);
-  } catch (...) {  // bad_alloc, or length_error past max_size()
-    return false;
+  size_t size = back + text.size() + tail.size() + blanks + back_again + nul;
+  if (update->capacity() < size) {
+    try {
+      update->reserve(size);
+    } catch (...) {  // bad_alloc, or length_error past max_size()
+      return false;
+    }
   }
-  update->append(back, kBackspace)
-      .append(text)
-      .append(tail)
-      .append(blanks, kBlank)
-      .append(back_again, kBackspace);
+  // Most keys need two pieces or fewer; empty ones cost no call.
+  if (back != 0) update->append(back, kBackspace);
+  if (!text.empty()) update->append(text);
+  if (!tail.empty()) update->append(tail);
+  if (blanks != 0) update->append(blanks, kBlank);
+  if (back_again != 0) update->append(back_again, kBackspace);
   if (nul) update->append(1, kNul);
   return true;
 }
@@ -198,7 +201,7 @@ bool CmdLineInterface::HandleKey(char character, Console::KeyType type) {
   using KeyType = Console::KeyType;
   switch (type) {
     case KeyType::Character:
-      InsertString(std::string(1, character));
+      InsertString(std::string(&character, 1));
       return false;
     case KeyType::Backspace:
       DeleteCharacters(1);
@@ -305,10 +308,12 @@ Result CmdLineInterface::DoCmdLine(int argc, char** argv) {
   if (argv == nullptr) return Result::InvalidArgs;
 
   bool query = false;
+  std::string_view word;  // the first word, without a trailing "?"
   if (argv[0] != nullptr) {
-    size_t length = std::strlen(argv[0]);
-    if (length > 0 && argv[0][length - 1] == kUsageQuery) {
-      argv[0][length - 1] = '\0';
+    word = argv[0];
+    if (!word.empty() && word.back() == kUsageQuery) {
+      argv[0][word.size() - 1] = '\0';
+      word.remove_suffix(1);
       query = true;
     }
   }
@@ -317,8 +322,7 @@ Result CmdLineInterface::DoCmdLine(int argc, char** argv) {
   // An index, not a pointer: it stays valid whatever the command does.
   size_t index = 0;
   while (index < commands_.size() &&
-         (argv[0] == nullptr ||
-          std::string_view(commands_[index].name) != argv[0])) {
+         (argv[0] == nullptr || commands_[index].name != word)) {
     ++index;
   }
   if (index == commands_.size()) {
@@ -401,13 +405,20 @@ bool CmdLineInterface::InsertString(const std::string& text) {
         "0", 468,
         "bool zel::cli::CmdLineInterface::InsertString(std::string&)");
   }
-  // The text pushes the tail right; the backspaces come back over the tail.
-  std::string_view tail = Tail(line_, cursor_);
-  if (!AssembleLineUpdate(&update_, 0, text, tail, 0, tail.size(), false)) {
-    return false;
+  if (cursor_ == line_.size()) {
+    // At the end of the line, the common case while typing, the update is
+    // the text itself.
+    WriteOnConsole(text);
+    line_.append(text);
+  } else {
+    // The text pushes the tail right; the backspaces come back over it.
+    std::string_view tail = Tail(line_, cursor_);
+    if (!AssembleLineUpdate(&update_, 0, text, tail, 0, tail.size(), false)) {
+      return false;
+    }
+    WriteOnConsole(update_);
+    line_.insert(line_.begin() + cursor_, text.begin(), text.end());
   }
-  WriteOnConsole(update_);
-  line_.insert(line_.begin() + cursor_, text.begin(), text.end());
   cursor_ += static_cast<uint32_t>(text.size());
   // The update buffer grows with the line, on the keys that grow the line,
   // so that moving over the line or deleting one character never allocates:

@@ -208,7 +208,9 @@ void Console::GetKeyInfoFromEscSeq(char c, KeyInfo* info) {
   for (int length = 0; length < kMaxSequenceLength; ++length) {
     sequence[length] = ReadChar();
     for (const EscapeSequence& row : kEscapeSequenceTable) {
-      if (std::strcmp(sequence, row.sequence) == 0) {
+      // The first byte rules out most rows without a call.
+      if (row.sequence[0] == sequence[0] &&
+          std::strcmp(sequence, row.sequence) == 0) {
         info->character = kSequenceCharacter;
         info->type = row.type;
         return;
