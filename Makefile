@@ -1,16 +1,18 @@
 # Convenience entry points; everything real is in CMake.
 #   make demo    build and start the device shell in this terminal
 #   make check   build everything and run every test (what CI runs)
+#   make bench   measure zelcli against readline and libedit, update README.md
 #   make format  reformat the sources with clang-format
 # make check runs, in order: check-native check-static check-arm check-asan
-# check-tsan check-fuzz; each can be run on its own once the packages are there.
+# check-tsan check-fuzz bench-smoke; each can be run on its own once the
+# packages are there.
 # FUZZ_SECONDS sets how long check-fuzz runs each fuzz target.
 
 BUILD ?= build
 JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev libvterm-dev clang-format clang-tidy \
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libvterm-dev:armhf clang \
-  libclang-rt-14-dev valgrind
+  libclang-rt-14-dev valgrind libreadline-dev libedit-dev strace python3-matplotlib
 SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
 FUZZ_SECONDS ?= 60
@@ -18,7 +20,7 @@ FUZZ_TARGETS := key_decoding session
 TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
 
 .PHONY: demo check packages check-native check-static check-arm check-asan check-tsan \
-  check-fuzz format format-check
+  check-fuzz bench bench-smoke bench-build format format-check
 
 demo:
 	@scripts/ensure-packages.sh cmake g++ make
@@ -28,7 +30,7 @@ demo:
 
 check: packages
 	$(MAKE) format-check
-	$(MAKE) check-native check-static check-arm check-asan check-tsan check-fuzz
+	$(MAKE) check-native check-static check-arm check-asan check-tsan check-fuzz bench-smoke
 
 packages:
 	@scripts/ensure-packages.sh $(CHECK_PACKAGES)
@@ -84,6 +86,26 @@ check-fuzz:
 	  echo "$$target: $$(grep -o 'cov: [0-9]* ft: [0-9]*' $(BUILD)/fuzz/$$target.log | tail -1)," \
 	    "$$(grep number_of_executed_units $(BUILD)/fuzz/$$target.log | grep -o '[0-9]*$$') runs"; \
 	done
+
+# The hosts on x86-64, optimised as a product would ship them, and the library
+# for 32-bit ARM built for size, whose footprint the benchmark reports.
+bench-build:
+	cmake -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DZELCLI_BUILD_BENCH=ON \
+	  -DZELCLI_WERROR=ON >/dev/null
+	cmake --build $(BUILD)/bench -j$(JOBS)
+	cmake -S . -B $(BUILD)/arm-size -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN) \
+	  -DCMAKE_BUILD_TYPE=MinSizeRel -DZELCLI_BUILD_EXAMPLES=OFF >/dev/null
+	cmake --build $(BUILD)/arm-size -j$(JOBS)
+
+bench: packages bench-build
+	/usr/bin/python3 bench/bench.py $(BUILD)/bench $(BUILD)/arm-size --readme README.md
+
+# A few hundred keys through every host and tool; checks the device shell's
+# system calls per byte read, never a time.
+bench-smoke: bench-build
+	@echo "== benchmark smoke run"
+	/usr/bin/python3 bench/bench.py $(BUILD)/bench $(BUILD)/arm-size --smoke \
+	  --out $(BUILD)/bench/smoke-results
 
 format:
 	clang-format -i $(SOURCES)

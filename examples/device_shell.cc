@@ -129,10 +129,19 @@ class DeviceShell {
 
 }  // namespace
 
-int main() {
+// Every argument names one more command, which does nothing: a scripted
+// session (the benchmark's, for one) can then run its own words and find its
+// lines in the history.
+int main(int argc, char** argv) {
   DeviceShell shell;
   CmdLineInterface cli;
   cli.AddCmdList(shell.Commands());
+  std::vector<CmdLineInterface::Command> words;
+  for (int i = 1; i < argc; ++i) {
+    words.emplace_back(argv[i], "does nothing", "{}",
+                       [](int, char**) { return Result::Success; });
+  }
+  cli.AddCmdList(words);
   cli.SetGreetingMessage(
       "zelcli device shell. Type help for the commands, exit to leave.\n");
   cli.SetHeadMessage("board> ");

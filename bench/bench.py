@@ -1,0 +1,407 @@
+#!/usr/bin/python3
+"""Types key scripts into the device shell and into readline and libedit
+hosts on an 80x24 pseudo-terminal, one key at a time, and reports what each
+key costs: system calls (strace -f -c), user-space instructions (callgrind),
+bytes written, heap allocations and peak resident memory, per key beyond the
+baseline of typing "exit" alone; and the libraries' footprint.
+
+  bench.py BUILD ARM_BUILD [--smoke] [--out DIR] [--readme FILE]
+
+BUILD holds the x86-64 build with ZELCLI_BUILD_BENCH=ON, ARM_BUILD the ARM
+-Os build of the library. --smoke types a few hundred keys, checks the
+device shell's system calls against what each byte read must cost, and
+fails if any figure is missing; no time is measured or compared.
+"""
+
+import argparse
+import datetime
+import fcntl
+import json
+import os
+import platform
+import pty
+import re
+import select
+import struct
+import subprocess
+import sys
+import tempfile
+import termios
+
+import keyscripts
+
+# x86-64 system calls in which a host waits for a key.
+WAITING_CALLS = {0: "read", 7: "poll", 23: "select", 270: "pselect6",
+                 271: "ppoll"}
+COLUMNS, ROWS = 80, 24
+
+
+def proc_fields(pid):
+    """(state, system call number or None, rchar, wchar) of `pid`."""
+    with open(f"/proc/{pid}/stat") as stat:
+        state = stat.read().rsplit(")", 1)[1].split()[0]
+    with open(f"/proc/{pid}/syscall") as call:
+        first = call.read().split()[0]
+    with open(f"/proc/{pid}/io") as io:
+        counts = dict(line.split(": ") for line in io.read().splitlines())
+    number = int(first) if first.lstrip("-").isdigit() else None
+    return state, number, int(counts["rchar"]), int(counts["wchar"])
+
+
+def leaf(pid):
+    """The last descendant of `pid`: the host itself under strace."""
+    while True:
+        try:
+            with open(f"/proc/{pid}/task/{pid}/children") as children:
+                found = children.read().split()
+        except OSError:
+            return pid
+        if not found:
+            return pid
+        pid = int(found[0])
+
+
+class Session:
+    """A host on a pseudo-terminal of COLUMNS x ROWS."""
+
+    def __init__(self, argv, env):
+        self.pid, self.master = pty.fork()
+        if self.pid == 0:
+            fcntl.ioctl(0, termios.TIOCSWINSZ,
+                        struct.pack("HHHH", ROWS, COLUMNS, 0, 0))
+            os.execvpe(argv[0], argv, env)
+        self.output = 0  # bytes seen on the master
+        self.host = None
+
+    def drain(self, timeout):
+        ready, _, _ = select.select([self.master], [], [], timeout)
+        if ready:
+            try:
+                self.output += len(os.read(self.master, 65536))
+            except OSError:  # the slave side has closed
+                return False
+        return True
+
+    def wait_for_key(self, rchar_at_least):
+        """Returns once the host sleeps in a waiting call, having read at
+        least `rchar_at_least` bytes in all; the host's /proc fields."""
+        while True:
+            self.drain(0.0005)
+            host = self.host if self.host is not None else leaf(self.pid)
+            try:
+                fields = proc_fields(host)
+            except (OSError, IndexError, KeyError):
+                continue
+            state, call, rchar, _ = fields
+            if state == "S" and call in WAITING_CALLS and rchar >= rchar_at_least:
+                self.host = host
+                return fields
+
+    def play(self, keys):
+        """Types every key, each once the host waits again; returns the
+        host's bytes written and its peak resident memory in KiB (VmHWM),
+        both as they stand before the last key."""
+        rchar = self.wait_for_key(0)[2]
+        written = peak = 0
+        for number, key in enumerate(keys):
+            data = key.encode("latin-1")
+            if number == len(keys) - 1:
+                written = proc_fields(self.host)[3]
+                with open(f"/proc/{self.host}/status") as status:
+                    peak = int(re.search(r"VmHWM:\s*(\d+)", status.read())[1])
+            os.write(self.master, data)
+            if number < len(keys) - 1:
+                rchar = self.wait_for_key(rchar + len(data))[2]
+        while self.drain(1):
+            pass
+        _, status = os.waitpid(self.pid, 0)
+        os.close(self.master)
+        if status != 0:
+            raise RuntimeError(f"host ended with status {status:#x}")
+        return written, peak
+
+
+HOSTS = {
+    "zelcli": "examples/device_shell",
+    "readline": "bench/readline_shell",
+    "libedit": "bench/libedit_shell",
+}
+
+
+def host_env(home):
+    env = {"PATH": os.environ.get("PATH", "/usr/bin:/bin"), "HOME": home,
+           "TERM": "xterm", "LANG": "C", "INPUTRC": "/dev/null",
+           "LD_BIND_NOW": "1"}
+    return env
+
+
+def measure(build, host, keys, work):
+    """Every figure of one host typing one script (totals, not per key)."""
+    argv = [os.path.join(build, HOSTS[host])] + keyscripts.WORDS
+    env = host_env(work)
+    figures = {}
+
+    figures["written"], figures["peak_kib"] = Session(argv, env).play(keys)
+
+    counted = os.path.join(work, "allocations")
+    preload = dict(env, LD_PRELOAD=os.path.join(build, "bench/alloc_count.so"),
+                   BENCH_ALLOC_COUNT=counted)
+    Session(argv, preload).play(keys)
+    with open(counted) as count:
+        figures["allocations"] = int(count.read())
+
+    summary = os.path.join(work, "strace")
+    Session(["strace", "-f", "-c", "-U", "calls,name", "-o", summary] + argv,
+            env).play(keys)
+    calls = {}
+    with open(summary) as table:
+        for line in table:
+            match = re.match(r"\s*(\d+)\s+([a-z_0-9]+)\s*$", line)
+            if match and match.group(2) != "total":
+                calls[match.group(2)] = int(match.group(1))
+    figures["calls"] = calls
+
+    trace = os.path.join(work, "ioctl")
+    Session(["strace", "-f", "-e", "trace=ioctl", "-o", trace] + argv,
+            env).play(keys)
+    requests = {}
+    with open(trace) as lines:
+        for line in lines:
+            # strace names 0x5402 "SNDCTL_TMR_START or TCSETS".
+            match = re.search(r"ioctl\(\d+, (?:[A-Z_0-9]+ or )?([A-Z_0-9]+)",
+                              line)
+            if match:
+                requests[match.group(1)] = requests.get(match.group(1), 0) + 1
+    figures["ioctl"] = requests
+
+    profile = os.path.join(work, "callgrind.out")
+    Session(["valgrind", "--tool=callgrind", "--callgrind-out-file=" + profile]
+            + argv, env).play(keys)
+    with open(profile) as lines:
+        totals = [line for line in lines if line.startswith("totals:")]
+    figures["instructions"] = int(totals[0].split()[1])
+    return figures
+
+
+def per_key(figures, base, keys):
+    def minus(a, b):
+        if isinstance(a, dict):
+            return {k: minus(a.get(k, 0), b.get(k, 0)) for k in set(a) | set(b)}
+        return (a - b) / keys
+    return {k: minus(figures[k], base[k]) for k in figures if k != "peak_kib"}
+
+
+def footprint(build, arm_build):
+    """Stripped size and text size of each library and what it pulls in."""
+    def sizes(path, tool_prefix=""):
+        stripped = tempfile.mktemp()
+        subprocess.run([tool_prefix + "strip", "-o", stripped, path], check=True)
+        size = os.path.getsize(stripped)
+        out = subprocess.run([tool_prefix + "size", stripped], check=True,
+                             capture_output=True, text=True).stdout
+        os.remove(stripped)
+        return size, int(out.splitlines()[1].split()[0])
+
+    def needed(path):
+        out = subprocess.run(["ldd", path], check=True, capture_output=True,
+                             text=True).stdout
+        found = []
+        for line in out.splitlines():
+            match = re.search(r"(\S+) => (\S+)", line)
+            if match and not re.match(r"lib(c|m)\.so", match.group(1)):
+                found.append((match.group(1), os.path.realpath(match.group(2))))
+        return found
+
+    multiarch = "/usr/lib/x86_64-linux-gnu"
+    libraries = {"zelcli": os.path.realpath(os.path.join(build, "libzelcli.so")),
+                 "readline": os.path.realpath(multiarch + "/libreadline.so"),
+                 "libedit": os.path.realpath(multiarch + "/libedit.so")}
+    rows = {}
+    for name, path in libraries.items():
+        stripped, text = sizes(path)
+        pulled = needed(path)
+        rows[name] = {"stripped": stripped, "text": text,
+                      "pulls_in": [lib for lib, _ in pulled],
+                      "pulls_in_text": sum(sizes(p)[1] for _, p in pulled)}
+    arm = os.path.realpath(os.path.join(arm_build, "libzelcli.so"))
+    rows["zelcli"]["arm_stripped"], rows["zelcli"]["arm_text"] = sizes(
+        arm, "arm-linux-gnueabihf-")
+    return rows
+
+
+def number(value, digits=1):
+    if abs(value) < 0.5 * 10 ** -digits:
+        value = 0.0  # no "-0.00" from subtracting the baseline
+    return f"{value:,.{digits}f}"
+
+
+def table(results):
+    head = ("| Host | Scenario | Keys | Bytes read/key | System calls/key | "
+            "ioctl | poll | read | write | other | Instructions/key | "
+            "Bytes written/key | Allocations/key | Peak RSS (KiB) |")
+    lines = [head, "|" + "---|" * (head.count("|") - 1)]
+    for host, by_scenario in results.items():
+        for scenario, row in by_scenario.items():
+            if scenario == "baseline":
+                continue
+            calls = row["per_key"]["calls"]
+            main = {name: calls.get(name, 0)
+                    for name in ("ioctl", "poll", "read", "write")}
+            other = sum(calls.values()) - sum(main.values())
+            cells = [host, scenario, str(row["keys"]),
+                     number(row["bytes_read_per_key"], 2),
+                     number(sum(calls.values()), 2)]
+            cells += [number(main[name], 2) for name in main]
+            cells += [number(other, 2), number(row["per_key"]["instructions"], 0),
+                      number(row["per_key"]["written"], 1),
+                      number(row["per_key"]["allocations"], 3),
+                      f"{row['peak_kib']:,}"]
+            lines.append("| " + " | ".join(cells) + " |")
+    return "\n".join(lines)
+
+
+def footprint_table(rows):
+    lines = ["| Library | Stripped, x86-64 | Text, x86-64 | Stripped, ARM -Os | "
+             "Text, ARM -Os | Pulls in (x86-64) | Their text |",
+             "|---|---|---|---|---|---|---|"]
+    for name, row in rows.items():
+        lines.append(
+            f"| {name} | {row['stripped']:,} | {row['text']:,} | "
+            f"{row.get('arm_stripped', 0):,} | {row.get('arm_text', 0):,} | "
+            f"{', '.join(row['pulls_in'])} | {row['pulls_in_text']:,} |"
+            .replace("| 0 | 0 |", "| | |"))
+    return "\n".join(lines)
+
+
+def ioctl_note(results):
+    parts = []
+    for scenario, row in results["zelcli"].items():
+        if scenario == "baseline":
+            continue
+        requests = row["per_key"]["ioctl"]
+        parts.append(f"{scenario}: " + ", ".join(
+            f"{name} {requests[name]:.2f}" for name in sorted(requests)
+            if abs(requests[name]) > 0.0005))
+    return ("zelcli's ioctl calls per key, by request (tcgetattr is one TCGETS; "
+            "tcsetattr is one TCSETS, which this C library brackets with two "
+            "more TCGETS): " + "; ".join(parts) + ".")
+
+
+def chart(results, path):
+    import matplotlib
+    matplotlib.use("Agg")
+    import matplotlib.pyplot as plot
+
+    scenarios = [s for s in next(iter(results.values())) if s != "baseline"]
+    figure, axes = plot.subplots(figsize=(8, 4.5))
+    width = 0.8 / len(results)
+    for index, (host, by_scenario) in enumerate(results.items()):
+        values = [by_scenario[s]["per_key"]["instructions"] for s in scenarios]
+        spots = [x + index * width for x in range(len(scenarios))]
+        bars = axes.bar(spots, values, width, label=host)
+        axes.bar_label(bars, labels=[f"{v:,.0f}" for v in values], fontsize=7)
+    axes.set_yscale("log")
+    axes.set_xticks([x + width * (len(results) - 1) / 2
+                     for x in range(len(scenarios))], scenarios)
+    axes.set_ylabel("user-space instructions per key (log scale)")
+    axes.set_title("Instructions per key, callgrind, baseline subtracted")
+    axes.legend()
+    figure.tight_layout()
+    figure.savefig(path, dpi=100)
+
+
+def smoke_checks(results):
+    """The device shell's calls per byte read, which its terminal handling
+    fixes: one poll, one read and two TCSETS (tcsetattr), with the TCGETS of
+    tcgetattr and whatever this C library adds to tcsetattr; and nothing but
+    writes besides."""
+    problems = []
+    for scenario, row in results["zelcli"].items():
+        if scenario == "baseline":
+            continue
+        read_per_key = row["bytes_read_per_key"]
+        calls, requests = row["per_key"]["calls"], row["per_key"]["ioctl"]
+        expected = {"poll": calls.get("poll", 0), "read": calls.get("read", 0),
+                    "TCSETS": requests.get("TCSETS", 0) / 2}
+        for name, value in expected.items():
+            if abs(value - read_per_key) > 1e-9:
+                problems.append(f"{scenario}: {name} {value} per byte read")
+        others = {n: v for n, v in calls.items()
+                  if n not in ("ioctl", "poll", "read", "write") and abs(v) > 1e-9}
+        if others:
+            problems.append(f"{scenario}: other system calls {others}")
+    return problems
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("build")
+    parser.add_argument("arm_build")
+    parser.add_argument("--smoke", action="store_true")
+    parser.add_argument("--out", default="bench/results")
+    parser.add_argument("--readme")
+    options = parser.parse_args()
+
+    scripts = keyscripts.scenarios(options.smoke)
+    base_keys = keyscripts.baseline()
+    results = {}
+    with tempfile.TemporaryDirectory() as work:
+        for host in HOSTS:
+            base = measure(options.build, host, base_keys, work)
+            results[host] = {"baseline": {"peak_kib": base["peak_kib"]}}
+            for scenario, keys in scripts.items():
+                print(f"bench: {host}, {scenario}, {len(keys)} keys",
+                      file=sys.stderr, flush=True)
+                figures = measure(options.build, host, keys, work)
+                counted = len(keys) - len(base_keys)
+                extra_bytes = sum(len(k) for k in keys) - sum(len(k) for k in base_keys)
+                results[host][scenario] = {
+                    "keys": counted,
+                    "bytes_read_per_key": extra_bytes / counted,
+                    "per_key": per_key(figures, base, counted),
+                    "peak_kib": figures["peak_kib"],
+                }
+
+    rows = footprint(options.build, options.arm_build)
+    os.makedirs(options.out, exist_ok=True)
+    machine = (f"{platform.machine()}, {os.cpu_count()} cores, "
+               f"{cpu_model()}, Linux {platform.release()}")
+    report = "\n\n".join([
+        f"Measured {datetime.date.today().isoformat()} on {machine}; keys "
+        f"typed one at a time on an {COLUMNS}x{ROWS} pseudo-terminal, figures "
+        "per key beyond the baseline (\"exit\" alone).",
+        table(results), ioctl_note(results), footprint_table(rows)])
+    print(report)
+    with open(os.path.join(options.out, "results.md"), "w") as out:
+        out.write(report + "\n")
+    with open(os.path.join(options.out, "results.json"), "w") as out:
+        json.dump({"results": results, "footprint": rows}, out, indent=1)
+    chart(results, os.path.join(options.out, "instructions_per_key.png"))
+
+    if options.readme:
+        with open(options.readme) as readme:
+            text = readme.read()
+        begin, end = "<!-- bench results -->", "<!-- end of bench results -->"
+        text = re.sub(re.escape(begin) + ".*?" + re.escape(end),
+                      lambda _: f"{begin}\n{report}\n{end}", text, flags=re.S)
+        with open(options.readme, "w") as readme:
+            readme.write(text)
+
+    if options.smoke:
+        problems = smoke_checks(results)
+        for problem in problems:
+            print("bench smoke:", problem, file=sys.stderr)
+        return 1 if problems else 0
+    return 0
+
+
+def cpu_model():
+    with open("/proc/cpuinfo") as info:
+        for line in info:
+            if line.startswith("model name"):
+                return line.split(":", 1)[1].strip()
+    return "unknown CPU"
+
+
+if __name__ == "__main__":
+    sys.exit(main())
