@@ -1,10 +1,11 @@
 # Convenience entry points; everything real is in CMake.
 #   make demo    build and start the device shell in this terminal
 #   make check   build everything and run every test (what CI runs)
+#   make deb     build the Debian packages for amd64 and armhf into build/deb*
 #   make bench   measure zelcli against readline and libedit, update README.md
 #   make format  reformat the sources with clang-format
 # make check runs, in order: check-native check-static check-arm check-asan
-# check-tsan check-fuzz bench-smoke; each can be run on its own once the
+# check-tsan check-fuzz check-packages bench-smoke; each can be run on its own once the
 # packages are there.
 # FUZZ_SECONDS sets how long check-fuzz runs each fuzz target.
 
@@ -12,14 +13,15 @@ BUILD ?= build
 JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev libvterm-dev clang-format clang-tidy \
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libvterm-dev:armhf clang \
-  libclang-rt-14-dev valgrind libreadline-dev libedit-dev strace python3-matplotlib
+  libclang-rt-14-dev valgrind libreadline-dev libedit-dev strace python3-matplotlib \
+  dpkg-dev libstdc++6:armhf
 SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := key_decoding session
 TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
 
-.PHONY: demo check packages check-native check-static check-arm check-asan check-tsan \
+.PHONY: demo check packages deb check-packages check-native check-static check-arm check-asan check-tsan \
   check-fuzz bench bench-smoke bench-build format format-check
 
 demo:
@@ -30,7 +32,8 @@ demo:
 
 check: packages
 	$(MAKE) format-check
-	$(MAKE) check-native check-static check-arm check-asan check-tsan check-fuzz bench-smoke
+	$(MAKE) check-native check-static check-arm check-asan check-tsan check-fuzz \
+	  check-packages bench-smoke
 
 packages:
 	@scripts/ensure-packages.sh $(CHECK_PACKAGES)
@@ -86,6 +89,24 @@ check-fuzz:
 	  echo "$$target: $$(grep -o 'cov: [0-9]* ft: [0-9]*' $(BUILD)/fuzz/$$target.log | tail -1)," \
 	    "$$(grep number_of_executed_units $(BUILD)/fuzz/$$target.log | grep -o '[0-9]*$$') runs"; \
 	done
+
+# Packages are built with the /usr prefix Debian uses; a cross build is told
+# the multiarch library directory, which CMake only works out natively.
+deb:
+	cmake -S . -B $(BUILD)/deb -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
+	  -DZELCLI_BUILD_EXAMPLES=OFF >/dev/null
+	cmake --build $(BUILD)/deb -j$(JOBS)
+	cd $(BUILD)/deb && cpack >/dev/null
+	cmake -S . -B $(BUILD)/deb-arm -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN) \
+	  -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
+	  -DCMAKE_INSTALL_LIBDIR=lib/arm-linux-gnueabihf -DZELCLI_BUILD_EXAMPLES=OFF >/dev/null
+	cmake --build $(BUILD)/deb-arm -j$(JOBS)
+	cd $(BUILD)/deb-arm && cpack >/dev/null
+	@ls -l $(BUILD)/deb/*.deb $(BUILD)/deb-arm/*.deb
+
+check-packages: deb
+	@echo "== Debian packages: installed with dpkg, built against, removed"
+	tests/package/package_test.sh $(BUILD)/deb $(BUILD)/deb-arm .
 
 # The hosts on x86-64, optimised as a product would ship them, and the library
 # for 32-bit ARM built for size, whose footprint the benchmark reports.

@@ -1,0 +1,137 @@
+#!/usr/bin/env bash
+# Checks the Debian packages that `make deb` built, then installs them into
+# this machine with dpkg, as a device team's build machine would, builds the
+# small host of tests/install against them with pkg-config and with CMake's
+# find_package, runs it, and removes the packages again. The amd64 host runs
+# natively, the armhf one (cross-compiled against the armhf packages) under
+# qemu-arm. Needs root, since dpkg writes to the system.
+#
+#   package_test.sh AMD64_DEB_DIR ARMHF_DEB_DIR SOURCE_DIR
+set -euo pipefail
+amd64_dir=$1
+armhf_dir=$2
+source=$(cd "$3" && pwd)
+version=0.1.0-1
+packages=(libzelcli0 libzelcli-dev)
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+if [ "$(id -u)" -ne 0 ]; then
+  fail "the package test installs packages with dpkg and must run as root"
+fi
+for package in "${packages[@]}"; do
+  if dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q installed; then
+    fail "$package is installed already; remove it first (dpkg -r ${packages[*]})"
+  fi
+done
+
+work=$(mktemp -d)
+cleanup() {
+  dpkg -P "${packages[@]}" >/dev/null 2>&1 || true
+  rm -rf "$work"
+}
+trap cleanup EXIT
+
+field() { dpkg-deb -f "$1" "$2"; }
+
+# The runtime package is named after the library's SONAME, carries only the
+# library, and depends on the C and C++ runtimes of its architecture.
+check_packages() {
+  local dir=$1 arch=$2 triplet=$3 machine=$4
+  local runtime=$dir/libzelcli0_${version}_$arch.deb
+  local dev=$dir/libzelcli-dev_${version}_$arch.deb
+  test -f "$runtime" || fail "no $runtime"
+  test -f "$dev" || fail "no $dev"
+  [ "$(field "$runtime" Architecture)" = "$arch" ] || fail "$runtime: not $arch"
+  [ "$(field "$dev" Depends)" = "libzelcli0 (= $version)" ] ||
+    fail "$dev depends on '$(field "$dev" Depends)'"
+  local depends
+  depends=$(field "$runtime" Depends)
+  for needed in libc6 libgcc-s1 libstdc++6; do
+    [[ $depends == *"$needed (>= "* ]] || fail "$runtime: Depends '$depends' lacks $needed"
+  done
+
+  dpkg-deb -x "$runtime" "$work/$arch-runtime"
+  local library=$work/$arch-runtime/usr/lib/$triplet/libzelcli.so.0.1.0
+  test -f "$library" || fail "$runtime has no usr/lib/$triplet/libzelcli.so.0.1.0"
+  local soname
+  soname=$(objdump -p "$library" | awk '$1 == "SONAME" { print $2 }')
+  [ "$soname" = libzelcli.so.0 ] || fail "SONAME is '$soname'"
+  [ "libzelcli$(echo "$soname" | sed 's/.*\.so\.//')" = "$(field "$runtime" Package)" ] ||
+    fail "package name does not follow the SONAME $soname"
+  readelf -h "$library" | grep -q "Machine: *$machine" || fail "$library is not for $machine"
+  if dpkg-deb -c "$runtime" | grep -q 'include/\|\.pc$\|cmake/\|libzelcli\.so$'; then
+    fail "$runtime carries development files"
+  fi
+  dpkg-deb -c "$dev" | grep -q "usr/lib/$triplet/pkgconfig/zelcli.pc" || fail "$dev: no .pc"
+  dpkg-deb -c "$dev" | grep -q "usr/lib/$triplet/cmake/zelcli/zelcliConfig.cmake" ||
+    fail "$dev: no CMake package"
+  for deb in "$runtime" "$dev"; do
+    local package
+    package=$(field "$deb" Package)
+    dpkg-deb -c "$deb" | grep -q "usr/share/doc/$package/changelog.Debian.gz" ||
+      fail "$deb: no changelog"
+  done
+  echo "ok: $arch packages: $(basename "$runtime") $(stat -c %s "$runtime") bytes," \
+    "$(basename "$dev") $(stat -c %s "$dev") bytes"
+  echo "    libzelcli0 Depends: $depends"
+}
+
+# The host answers "ping" and leaves on "exit", reading a file as its input.
+printf 'ping\nexit\n' >"$work/keys"
+run_host() {
+  local output
+  output=$("${@:2}" <"$work/keys")
+  [[ $output == *pong* ]] || fail "$1 printed: $output"
+  echo "ok: $1"
+}
+
+# Installs the packages of one architecture, builds the host both ways with
+# nothing pointing at the packages but the system's own search paths, and
+# removes them.
+install_and_build() {
+  local dir=$1 arch=$2 triplet=$3 cxx=$4
+  shift 4
+  local run=("$@")
+  dpkg -i "$dir/libzelcli0_${version}_$arch.deb" "$dir/libzelcli-dev_${version}_$arch.deb" \
+    >"$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log"; fail "dpkg -i ($arch)"; }
+
+  local cflags libs
+  cflags=$(PKG_CONFIG_LIBDIR=/usr/lib/$triplet/pkgconfig pkg-config --cflags zelcli)
+  libs=$(PKG_CONFIG_LIBDIR=/usr/lib/$triplet/pkgconfig pkg-config --libs zelcli)
+  [[ $cflags == "-I/usr/include/zel"* && $libs == *-lzelcli* ]] ||
+    fail "pkg-config ($arch) gave '$cflags $libs'"
+  # shellcheck disable=SC2086
+  "$cxx" -std=c++17 "$source/tests/install/consumer.cc" $cflags $libs -o "$work/$arch-pc"
+  run_host "$arch host built with pkg-config ($cflags $libs)" "${run[@]}" "$work/$arch-pc"
+
+  cmake -S "$source/tests/install" -B "$work/$arch-cmake" -DCMAKE_CXX_COMPILER="$cxx" \
+    ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} >"$work/cmake.log" ||
+    { cat "$work/cmake.log"; fail "cmake ($arch)"; }
+  cmake --build "$work/$arch-cmake" >"$work/cmake.log" || { cat "$work/cmake.log"; fail "build"; }
+  run_host "$arch host built with find_package(zelcli)" "${run[@]}" "$work/$arch-cmake/consumer"
+
+  dpkg -P "${packages[@]}" >"$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log"; fail "dpkg -P"; }
+  test ! -e "/usr/lib/$triplet/libzelcli.so.0" || fail "libzelcli.so.0 left behind ($arch)"
+  test ! -e /usr/include/zel || fail "/usr/include/zel left behind ($arch)"
+  # With the library gone the host no longer starts: it used the package's.
+  if "${run[@]}" "$work/$arch-pc" <"$work/keys" >/dev/null 2>&1; then
+    fail "the $arch host still runs without libzelcli0"
+  fi
+  echo "ok: $arch packages removed"
+}
+
+check_packages "$amd64_dir" amd64 x86_64-linux-gnu 'Advanced Micro Devices X86-64'
+check_packages "$armhf_dir" armhf arm-linux-gnueabihf ARM
+
+toolchain=
+install_and_build "$amd64_dir" amd64 x86_64-linux-gnu g++
+# The cross compiler's own C library comes first, as for the ARM tests, then
+# the multiarch directory where libzelcli0:armhf put the library.
+toolchain=$source/cmake/toolchains/arm-linux-gnueabihf.cmake
+install_and_build "$armhf_dir" armhf arm-linux-gnueabihf arm-linux-gnueabihf-g++ \
+  qemu-arm -L /usr/arm-linux-gnueabihf \
+  -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib:/usr/lib/arm-linux-gnueabihf
