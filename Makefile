@@ -14,7 +14,7 @@ JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev libvterm-dev clang-format clang-tidy \
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libvterm-dev:armhf clang \
   libclang-rt-14-dev valgrind libreadline-dev libedit-dev strace python3-matplotlib \
-  dpkg-dev libstdc++6:armhf
+  dpkg-dev libstdc++6:armhf doxygen socat
 SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
 FUZZ_SECONDS ?= 60
@@ -39,13 +39,15 @@ packages:
 	@scripts/ensure-packages.sh $(CHECK_PACKAGES)
 
 check-native:
-	@echo "== native build and tests (optimised, NDEBUG, warnings as errors)"
-	cmake -S . -B $(BUILD)/check $(TEST_BUILD) -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null
+	@echo "== native build and tests (optimised, NDEBUG, warnings as errors), API reference, guide"
+	cmake -S . -B $(BUILD)/check $(TEST_BUILD) -DZELCLI_BUILD_DOCS=ON \
+	  -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null
 	cmake --build $(BUILD)/check -j$(JOBS)
 	clang-tidy -p $(BUILD)/check --quiet cli/*.cc examples/*.cc
 	cd $(BUILD)/check && ctest --output-on-failure
 	@strip -o $(BUILD)/check/libzelcli.stripped $(BUILD)/check/libzelcli.so
 	@echo "libzelcli.so stripped, x86-64: $$(stat -c %s $(BUILD)/check/libzelcli.stripped) bytes"
+	@echo "API reference: $$(ls $(BUILD)/check/docs/html/*.html | wc -l) pages in $(BUILD)/check/docs/html"
 
 check-static:
 	@echo "== static library, installed and built against"

@@ -1,57 +1,4 @@
 // CmdLineInterface: an interactive command line on a text terminal.
-//
-// A host creates one CmdLineInterface, registers its commands and calls
-// Run(). The session then writes the greeting once and, before every line,
-// the head message ("cli>" unless set otherwise), reads keys from standard
-// input, lets the user edit the line and runs the command that the line's
-// first word names:
-//
-//   zel::cli::CmdLineInterface cli;
-//   std::vector<zel::cli::CmdLineInterface::Command> commands = {
-//       {"hello", "say hello", "{}", [](int, char**) {
-//          std::printf("hello\n");
-//          return zel::cli::Result::Success;
-//        }}};
-//   cli.AddCmdList(commands);
-//   cli.Run();  // returns after "exit" or "quit"
-//
-// Keys: printable bytes are inserted at the cursor; Backspace (BS, DEL)
-// deletes before it; Left/Right (also Ctrl+B/Ctrl+F), Home and End move it;
-// Enter (CR or LF) runs the line. Insert, Delete and Ctrl+Left/Right do
-// nothing. One byte is one terminal column, and the head message and the line
-// are expected to fit on one row.
-//
-// History: the last 20 lines that named a registered command (usage queries
-// excepted, failures included) are kept, newest first, without repeating the
-// newest. Up (Ctrl+P) and Down (Ctrl+N) step through them, Page Up jumps to
-// the oldest and Page Down back to the line being typed, which is kept aside
-// while browsing. A recalled line is a copy: editing it changes no entry. The
-// history lives in memory only.
-//
-// Completion: Tab takes the whole line as the beginning of a command name. One
-// matching name replaces the line; several open a list under the line, in
-// registration order, with the highlighted name in red. In the list Up, Down,
-// Page Up and Page Down move the highlight (wrapping around), Enter puts the
-// highlighted name into the line without running it, and Tab or Backspace
-// close the list and leave the line as typed. Other keys do nothing while the
-// list is open.
-//
-// Command lines: words are separated by runs of blanks and tabs, with no
-// quoting; at most 10 words are passed on and the rest of the line is
-// dropped. Names match exactly and case-sensitively. A first word ending in
-// '?' ("set?") prints the command's usage instead of running it. Outcomes are
-// reported on standard output:
-//   unknown command          "cmd [WORD] is not supported"
-//   Result::InvalidArgs      "Usage : USAGE"
-//   Result::Failure, other   "Failed to do [NAME] ret code [N]"
-//   Result::NotSupported     the "Failed to do" line, then "cmd [WORD] is not
-//                            supported"
-// The built-in commands "help", "exit" and "quit" are always registered
-// first, so a host command of the same name is listed but never runs.
-//
-// Threads: the session creates none. Everything runs on the thread that calls
-// Run(), except console_.StopRead(), which another thread may call to wake a
-// read that waits for a key (see Console).
 
 #ifndef ZEL_CLI_CMD_LINE_INTERFACE_H_
 #define ZEL_CLI_CMD_LINE_INTERFACE_H_
@@ -65,74 +12,144 @@
 #include "cli/console.h"
 
 namespace zel {
+/// zelcli: CmdLineInterface, the session a host runs, with the Result its
+/// commands return, and Console, its contact with the terminal.
 namespace cli {
 
-// What a command function returns. The underlying type is int so that a
-// command may return any number; values other than these four are reported
-// like Failure, with their own number.
+/// What a command function returns. The underlying type is int so that a
+/// command may return any number; values other than these four are reported
+/// like Failure, with their own number.
 enum Result : int {
-  Success = 0,       // done; nothing is printed
-  Failure = 1,       // "Failed to do [NAME] ret code [1]"
-  InvalidArgs = 2,   // the command's usage is printed
-  NotSupported = 3,  // "Failed to do ...", then "cmd [..] is not supported"
+  Success = 0,       ///< done; nothing is printed
+  Failure = 1,       ///< "Failed to do [NAME] ret code [1]"
+  InvalidArgs = 2,   ///< the command's usage is printed
+  NotSupported = 3,  ///< "Failed to do ...", then "cmd [..] is not supported"
 };
 
 class CmdLineInterfacePeer;
 
+/// An interactive command line on a text terminal.
+///
+/// A host creates one CmdLineInterface, registers its commands and calls
+/// Run(). The session then writes the greeting once and, before every line,
+/// the head message ("cli>" unless set otherwise), reads keys from standard
+/// input, lets the user edit the line and runs the command that the line's
+/// first word names:
+///
+/// ```
+/// zel::cli::CmdLineInterface cli;
+/// std::vector<zel::cli::CmdLineInterface::Command> commands = {
+///     {"hello", "say hello", "{}", [](int, char**) {
+///        std::printf("hello\n");
+///        return zel::cli::Result::Success;
+///      }}};
+/// cli.AddCmdList(commands);
+/// cli.Run();  // returns after "exit" or "quit"
+/// ```
+///
+/// Keys: printable bytes are inserted at the cursor; Backspace (BS, DEL)
+/// deletes before it; Left/Right (also Ctrl+B/Ctrl+F), Home and End move it;
+/// Enter (CR or LF) runs the line. Insert, Delete and Ctrl+Left/Right do
+/// nothing. One byte is one terminal column, and the head message and the line
+/// are expected to fit on one row.
+///
+/// History: the last 20 lines that named a registered command (usage queries
+/// excepted, failures included) are kept, newest first, without repeating the
+/// newest. Up (Ctrl+P) and Down (Ctrl+N) step through them, Page Up jumps to
+/// the oldest and Page Down back to the line being typed, which is kept aside
+/// while browsing. A recalled line is a copy: editing it changes no entry. The
+/// history lives in memory only.
+///
+/// Completion: Tab takes the whole line as the beginning of a command name. One
+/// matching name replaces the line; several open a list under the line, in
+/// registration order, with the highlighted name in red. In the list Up, Down,
+/// Page Up and Page Down move the highlight (wrapping around), Enter puts the
+/// highlighted name into the line without running it, and Tab or Backspace
+/// close the list and leave the line as typed. Other keys do nothing while the
+/// list is open.
+///
+/// Command lines: words are separated by runs of blanks and tabs, with no
+/// quoting; at most 10 words are passed on and the rest of the line is
+/// dropped. Names match exactly and case-sensitively. A first word ending in
+/// '?' ("set?") prints the command's usage instead of running it. Outcomes are
+/// reported on standard output:
+/// - unknown command: "cmd [WORD] is not supported";
+/// - Result::InvalidArgs: "Usage : USAGE";
+/// - Result::Failure or any other number: "Failed to do [NAME] ret code [N]";
+/// - Result::NotSupported: the "Failed to do" line, then "cmd [WORD] is not
+///   supported".
+///
+/// The built-in commands "help", "exit" and "quit" are always registered
+/// first, so a host command of the same name is listed but never runs.
+///
+/// Threads: the session creates none. Everything runs on the thread that calls
+/// Run(), except console_.StopRead(), which another thread may call to wake a
+/// read that waits for a key (see Console).
 class CmdLineInterface {
  public:
-  // One registered command; a value type, copied into the session.
+  /// One registered command; a value type, copied into the session.
   class Command {
    public:
-    // Takes all four by value. `func` may be empty: running the command then
-    // reports a failure with code 1.
+    /// Takes all four by value. `func` may be empty: running the command then
+    /// reports a failure with code 1. Any thread; writes nothing.
     Command(std::string name, std::string explain, std::string usage,
             std::function<Result(int, char**)> func);
 
-    // Runs `func`, or returns Result::Failure when it is empty.
-    //
-    // argc is 1 to 10 and argv[0] is the command's name as typed. Each
-    // argv[i] is a writable, NUL-terminated buffer owned by the session and
-    // freed as soon as the call returns: copy what you keep. argv[argc] is
-    // null only when argc is below 10, so go by argc.
+    /// Runs `func`, or returns Result::Failure when it is empty. The session
+    /// calls it on the thread that runs Run(); whatever `func` prints goes
+    /// straight to the terminal, before dispatch reports the result.
+    ///
+    /// argc is 1 to 10 and argv[0] is the command's name as typed. Each
+    /// argv[i] is a writable, NUL-terminated buffer owned by the session and
+    /// freed as soon as the call returns: copy what you keep. argv[argc] is
+    /// null only when argc is below 10, so go by argc.
     Result DoFunc(int argc, char** argv) const;
 
-    std::string name;     // the word that runs the command
-    std::string explain;  // one line, shown by "help"
-    std::string usage;    // argument synopsis, shown by "help" and "NAME?"
+    std::string name;     ///< the word that runs the command
+    std::string explain;  ///< one line, shown by "help"
+    std::string usage;    ///< argument synopsis, shown by "help" and "NAME?"
+    /// What running the command does; see DoFunc() for its arguments.
     std::function<Result(int, char**)> func;
   };
 
-  // The list of completion candidates drawn under the line (below).
   class CandidateScreen;
 
-  // Registers "help", "exit" and "quit"; the head message is "cli>" and the
-  // greeting empty. Writes nothing.
+  /// Registers "help", "exit" and "quit"; the head message is "cli>" and the
+  /// greeting empty. Writes nothing and leaves the terminal alone. Any
+  /// thread, which then owns the session.
   CmdLineInterface();
-  // Writes nothing and changes no terminal setting.
+  /// Writes nothing and changes no terminal setting. The owning thread, after
+  /// Run() has returned and while no other thread calls console_.StopRead().
   ~CmdLineInterface();
 
   CmdLineInterface(const CmdLineInterface&) = delete;
   CmdLineInterface& operator=(const CmdLineInterface&) = delete;
 
-  // Appends copies of `list` to the commands, in order, without checking for
-  // duplicate or empty names. Must not be called from a command function.
+  /// Appends copies of `list` to the commands, in order, without checking for
+  /// duplicate or empty names. Writes nothing. The owning thread, before
+  /// Run() or between runs, never from a command function.
   void AddCmdList(const std::vector<Command>& list);
 
-  // Writes the greeting, then reads and runs lines until "exit" or "quit".
-  // Always returns true. Calling it again after "exit" is possible but the
-  // wake-up stays signalled: every wait for a key returns at once and logs
-  // an unknown key, so the loop spins.
+  /// Writes the greeting, then reads and runs lines until "exit" or "quit":
+  /// before each line it writes the head message, then echoes and edits the
+  /// line as keys arrive. Always returns true. Calling it again after "exit"
+  /// is possible but the wake-up stays signalled: every wait for a key
+  /// returns at once and logs an unknown key, so the loop spins. The thread
+  /// that calls it is the session's only thread until it returns.
   bool Run();
 
-  // The text written before every line, as it stands (no line break is
-  // added). Takes effect from the next line. Always returns true.
+  /// The text written before every line, as it stands (no line break is
+  /// added). Takes effect from the next line. Writes nothing now. Always
+  /// returns true. The owning thread, or a command function.
   bool SetHeadMessage(std::string message);
 
-  // The text written once when Run() starts. Always returns true.
+  /// The text written once when Run() starts. Writes nothing now. Always
+  /// returns true. The owning thread, before Run().
   bool SetGreetingMessage(std::string message);
 
-  // Writes the colour's escape sequence now. Always returns true.
+  /// Writes the colour's escape sequence now; text written afterwards, by the
+  /// session or the host, takes that colour until another one is set. Always
+  /// returns true. The owning thread, or a command function.
   bool SetFontColor(Console::FontColor color);
 
  private:
@@ -189,8 +206,9 @@ class CmdLineInterface {
   std::string saved_line_;
 
  public:
-  // Public so that another thread can call console_.StopRead() to wake a
-  // session that waits for a key. Use nothing else of it while Run() runs.
+  /// The session's terminal. Public so that another thread can call
+  /// console_.StopRead() to wake a session that waits for a key; use nothing
+  /// else of it while Run() runs.
   Console console_;
 
  private:
@@ -201,14 +219,15 @@ class CmdLineInterface {
   std::string update_;
 };
 
-// The candidate list that Tab opens when several command names begin with the
-// line. A session creates, owns and deletes it; a host never handles one.
-//
-// It draws one name per line under the input line, the highlighted one in
-// red, and leaves the terminal cursor after the last name. To erase itself it
-// writes the sequence it was given, which moves up over the list, blanks each
-// name, moves up again and rewrites the head message and the line as they
-// were when the list opened.
+/// The candidate list that Tab opens when several command names begin with the
+/// line. A session creates, owns and deletes it on its own thread; a host
+/// never handles one.
+///
+/// It draws one name per line under the input line, the highlighted one in
+/// red, and leaves the terminal cursor after the last name. To erase itself it
+/// writes the sequence it was given, which moves up over the list, blanks each
+/// name, moves up again and rewrites the head message and the line as they
+/// were when the list opened.
 class CmdLineInterface::CandidateScreen {
  private:
   friend class CmdLineInterface;

@@ -1,15 +1,4 @@
 // Console: the command line's only contact with the terminal.
-//
-// It reads standard input one byte at a time, switching the terminal to
-// non-canonical, non-echoing input only while a read waits, decodes bytes and
-// ANSI escape sequences into keys, and writes strings and colour sequences to
-// standard output, each in a single write. Faults go to the system log; the
-// library never calls openlog(), so the host decides where those lines end up.
-//
-// Threads: StopRead() may be called from any thread, to wake a read that
-// waits for a key. Every other member belongs to the thread that reads keys.
-// The destructor closes the descriptor StopRead() writes to, so the caller
-// must see to it that no StopRead() runs during or after destruction.
 
 #ifndef ZEL_CLI_CONSOLE_H_
 #define ZEL_CLI_CONSOLE_H_
@@ -20,102 +9,123 @@
 namespace zel {
 namespace cli {
 
+/// The command line's only contact with the terminal.
+///
+/// It reads standard input one byte at a time, switching the terminal to
+/// non-canonical, non-echoing input only while a read waits, decodes bytes and
+/// ANSI escape sequences into keys, and writes strings and colour sequences to
+/// standard output, each in a single write. Faults go to the system log; the
+/// library never calls openlog(), so the host decides where those lines end up.
+///
+/// A session owns one Console (CmdLineInterface::console_); a host calls
+/// StopRead() on it and, when it drives the terminal itself, the other members.
+///
+/// Threads: StopRead() may be called from any thread, to wake a read that
+/// waits for a key. Every other member belongs to the thread that reads keys
+/// (the one that calls CmdLineInterface::Run()). The destructor closes the
+/// descriptor StopRead() writes to, so the caller must see to it that no
+/// StopRead() runs during or after destruction.
 class Console {
  public:
-  // The keys the decoder produces. Value 4 is reserved and never produced.
+  /// The keys the decoder produces. Value 4 is reserved and never produced.
   enum class KeyType : uint32_t {
-    None = 0,  // unknown control byte or unmatched escape sequence
-    Character = 1,
-    Backspace = 2,
-    Enter = 3,
-    Left = 5,
-    Right = 6,
-    Up = 7,
-    Down = 8,
-    Home = 9,
-    Insert = 10,
-    Delete = 11,
-    End = 12,
-    CtrlLeft = 13,
-    CtrlRight = 14,
-    Tab = 15,
-    PageUp = 16,
-    PageDown = 17,
+    None = 0,        ///< unknown control byte or unmatched escape sequence
+    Character = 1,   ///< a byte to insert; KeyInfo::character holds it
+    Backspace = 2,   ///< BS (Ctrl+H) or DEL
+    Enter = 3,       ///< CR or LF
+    Left = 5,        ///< "ESC [ D" or Ctrl+B
+    Right = 6,       ///< "ESC [ C" or Ctrl+F
+    Up = 7,          ///< "ESC [ A" or Ctrl+P
+    Down = 8,        ///< "ESC [ B" or Ctrl+N
+    Home = 9,        ///< "ESC [ H", "ESC [ 1 ~" or "ESC [ 7 ~"
+    Insert = 10,     ///< "ESC [ 2 ~"; the session ignores it
+    Delete = 11,     ///< "ESC [ 3 ~"; the session ignores it
+    End = 12,        ///< "ESC [ F", "ESC [ 4 ~" or "ESC [ 8 ~"
+    CtrlLeft = 13,   ///< "ESC [ 1 ; 5 D"; the session ignores it
+    CtrlRight = 14,  ///< "ESC [ 1 ; 5 C"; the session ignores it
+    Tab = 15,        ///< HT
+    PageUp = 16,     ///< "ESC [ 5 ~"
+    PageDown = 17,   ///< "ESC [ 6 ~"
   };
 
-  // One decoded key.
+  /// One decoded key.
   struct KeyInfo {
-    // The byte value of the key (0 to 255), or 32 (a blank) for a key that
-    // came as an escape sequence.
+    /// The byte value of the key (0 to 255), or 32 (a blank) for a key that
+    /// came as an escape sequence.
     uint16_t character;
-    KeyType type;
+    KeyType type;  ///< which key it is
   };
 
-  // Foreground colours; any other value writes nothing.
+  /// Foreground colours, as ANSI escape sequences; any other value writes
+  /// nothing.
   enum class FontColor {
-    Red = 1,  // "\e[31m"
-    Green = 2,
-    Yellow = 3,
-    Blue = 4,
-    Magenta = 5,
-    Cyan = 6,   // "\e[36m"
-    Reset = 7,  // "\e[0m"
+    Red = 1,      ///< "ESC [ 3 1 m"
+    Green = 2,    ///< "ESC [ 3 2 m"
+    Yellow = 3,   ///< "ESC [ 3 3 m"
+    Blue = 4,     ///< "ESC [ 3 4 m"
+    Magenta = 5,  ///< "ESC [ 3 5 m"
+    Cyan = 6,     ///< "ESC [ 3 6 m"
+    Reset = 7,    ///< "ESC [ 0 m", the terminal's own colours
   };
 
-  // Opens the wake-up descriptor. If that fails the console still works, but
-  // StopRead() does nothing.
+  /// Opens the wake-up descriptor. If that fails the console still works, but
+  /// StopRead() does nothing. Writes nothing.
   Console();
-  // Closes the wake-up descriptor. Writes nothing and leaves the terminal mode
-  // alone: every read already restores it.
+  /// Closes the wake-up descriptor. Writes nothing and leaves the terminal mode
+  /// alone: every read already restores it. No StopRead() may run during or
+  /// after it.
   ~Console();
 
   Console(const Console&) = delete;
   Console& operator=(const Console&) = delete;
 
-  // Waits for one byte of standard input and returns it. While it waits, the
-  // terminal has ICANON and ECHO cleared; every other setting stays, and the
-  // saved settings are back before it returns. Returns 0 when woken by
-  // StopRead() or when standard input reports a hang-up or error, and 255
-  // (as a char) when the read itself fails, end of file included. Input that
-  // is pending wins over a wake-up.
+  /// Waits for one byte of standard input and returns it. While it waits, the
+  /// terminal has ICANON and ECHO cleared; every other setting stays, and the
+  /// saved settings are back before it returns. Returns 0 when woken by
+  /// StopRead() or when standard input reports a hang-up or error, and 255
+  /// (as a char) when the read itself fails, end of file included. Input that
+  /// is pending wins over a wake-up. Writes nothing. Reading thread only.
   char ReadChar();
 
-  // Wakes a ReadChar() that waits, from any thread. The wake-up is never
-  // consumed: from the first call on every ReadChar() returns at once.
-  // A third call blocks for ever, so call it at most twice.
+  /// Wakes a ReadChar() that waits, from any thread. The wake-up is never
+  /// consumed: from the first call on every ReadChar() returns at once.
+  /// A third call blocks for ever, so call it at most twice. Writes nothing
+  /// to the terminal.
   void StopRead();
 
-  // Writes all of `text` to standard output in one write(), NUL bytes
-  // included, without retrying. Returns true when every byte was written;
-  // otherwise logs "write target size [..] real size [..]" at LOG_ERR and
-  // returns false.
+  /// Writes all of `text` to standard output in one write(), NUL bytes
+  /// included, without retrying. Returns true when every byte was written;
+  /// otherwise logs "write target size [..] real size [..]" at LOG_ERR and
+  /// returns false. Reading thread only.
   bool WriteMsg(const std::string& text);
 
-  // Writes the escape sequence of `color`; an unknown value makes a write of
-  // zero bytes.
+  /// Writes the escape sequence of `color`; an unknown value makes a write of
+  /// zero bytes. Reading thread only.
   void SetFontColor(FontColor color);
 
-  // Reads one key: ReadChar() followed by GetKeyInfo().
+  /// Reads one key: ReadChar() followed by GetKeyInfo(). Writes nothing.
+  /// Reading thread only.
   void ReadKey(KeyInfo* info);
 
-  // Decodes byte `c`: a printable byte (isprint() in the process locale) is a
-  // Character, ESC starts an escape sequence, anything else goes through the
-  // control-byte map.
+  /// Decodes byte `c` into `info`: a printable byte (isprint() in the process
+  /// locale) is a Character, ESC starts an escape sequence, anything else
+  /// goes through the control-byte map. Writes nothing. Reading thread only.
   void GetKeyInfo(char c, KeyInfo* info);
 
-  // The control-byte map: Ctrl+B Left, Ctrl+F Right, BS and DEL Backspace,
-  // Tab, LF and CR Enter, Ctrl+N Down, Ctrl+P Up. Any other byte gives None
-  // and logs "unknown key [0x..] found" at LOG_WARNING. Always stores `c` in
-  // info->character.
+  /// The control-byte map: Ctrl+B Left, Ctrl+F Right, BS and DEL Backspace,
+  /// Tab, LF and CR Enter, Ctrl+N Down, Ctrl+P Up. Any other byte gives None
+  /// and logs "unknown key [0x..] found" at LOG_WARNING. Always stores `c` in
+  /// info->character. Writes nothing. Reading thread only.
   void GetKeyInfoFromAscii(char c, KeyInfo* info);
 
-  // Decodes what follows an ESC, reading further bytes with ReadChar().
-  // Repeated ESC bytes are skipped; ESC followed by a byte other than '['
-  // types that byte as a Character. After "ESC [" up to four bytes are read
-  // and matched whole against the known sequences; a match gives
-  // {32, type}. A sequence that matches nothing after four bytes gives None
-  // and keeps the previous character: its bytes are discarded, so an unknown
-  // sequence swallows the keys typed after it.
+  /// Decodes what follows an ESC, reading further bytes with ReadChar().
+  /// Repeated ESC bytes are skipped; ESC followed by a byte other than '['
+  /// types that byte as a Character. After "ESC [" up to four bytes are read
+  /// and matched whole against the known sequences; a match gives
+  /// {32, type}. A sequence that matches nothing after four bytes gives None
+  /// and keeps the previous character: its bytes are discarded, so an unknown
+  /// sequence swallows the keys typed after it. Writes nothing. Reading
+  /// thread only.
   void GetKeyInfoFromEscSeq(char c, KeyInfo* info);
 
  private:
