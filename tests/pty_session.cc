@@ -32,7 +32,8 @@ void SetNonBlocking(int fd) {
   fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
 }
 
-// The number after "`key`:" in /proc/`pid`/`file`, or -1.
+}  // namespace
+
 long ProcField(pid_t pid, const char* file, const std::string& key) {
   std::ifstream lines("/proc/" + std::to_string(pid) + "/" + file);
   std::string line;
@@ -44,7 +45,14 @@ long ProcField(pid_t pid, const char* file, const std::string& key) {
   return -1;
 }
 
-}  // namespace
+bool WaitFor(const std::function<bool()>& done) {
+  auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (done()) return true;
+    std::this_thread::sleep_for(std::chrono::microseconds(100));
+  }
+  return false;
+}
 
 std::string Visible(const std::string& bytes) {
   std::string out;
@@ -296,13 +304,10 @@ void PtySession::WaitUntilWaitingForKey(long switches_before, long bytes_read) {
 }
 
 bool PtySession::WaitUntil(const std::function<bool()>& done) {
-  auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (std::chrono::steady_clock::now() < deadline) {
+  return WaitFor([&] {
     CollectStderr();
-    if (done()) return true;
-    std::this_thread::sleep_for(std::chrono::microseconds(100));
-  }
-  return false;
+    return done();
+  });
 }
 
 }  // namespace testing

@@ -35,6 +35,14 @@ std::string Visible(const std::string& bytes);
 // Whether process or thread `task` is in poll() (or ppoll()) right now.
 bool InPoll(pid_t task);
 
+// The number after "`key`:" in /proc/`pid`/`file`, or -1.
+long ProcField(pid_t pid, const char* file, const std::string& key);
+
+// Checks `done` every 100 microseconds until it holds, or until a patience
+// generous enough for loaded machines and emulators runs out; returns whether
+// it held. Reaching the limit fails a test rather than hanging it.
+bool WaitFor(const std::function<bool()>& done);
+
 class PtySession {
  public:
   enum class Output {
