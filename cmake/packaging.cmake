@@ -5,7 +5,14 @@
 #   libzelcli-dev   headers, zelcli.pc and the CMake package
 # A cross build packages for the target's Debian architecture.
 
-set(ZELCLI_DEB_REVISION 1)
+# The changelog's newest entry gives the package version, whose upstream part
+# must be the project's.
+file(STRINGS packaging/changelog ZELCLI_DEB_NEWEST LIMIT_COUNT 1)
+if(NOT ZELCLI_DEB_NEWEST MATCHES "^zelcli \\(${PROJECT_VERSION}-([0-9]+)\\)")
+  message(FATAL_ERROR "packaging/changelog starts with '${ZELCLI_DEB_NEWEST}', "
+                      "not an entry for version ${PROJECT_VERSION}")
+endif()
+set(ZELCLI_DEB_REVISION ${CMAKE_MATCH_1})
 set(ZELCLI_DEB_VERSION ${PROJECT_VERSION}-${ZELCLI_DEB_REVISION})
 set(ZELCLI_RUNTIME_PACKAGE libzelcli${PROJECT_VERSION_MAJOR})
 

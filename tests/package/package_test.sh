@@ -11,7 +11,7 @@ set -euo pipefail
 amd64_dir=$1
 armhf_dir=$2
 source=$(cd "$3" && pwd)
-version=0.1.0-1
+version=$(dpkg-parsechangelog -l "$source/packaging/changelog" -S Version)
 packages=(libzelcli0 libzelcli-dev)
 
 fail() {
