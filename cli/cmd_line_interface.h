@@ -96,8 +96,8 @@ class CmdLineInterface {
             std::function<Result(int, char**)> func);
 
     /// Runs `func`, or returns Result::Failure when it is empty. The session
-    /// calls it on the thread that runs Run(); whatever `func` prints goes
-    /// straight to the terminal, before dispatch reports the result.
+    /// calls it on the thread that runs Run(); what `func` prints on standard
+    /// output comes before the line that dispatch prints for its result.
     ///
     /// argc is 1 to 10 and argv[0] is the command's name as typed. Each
     /// argv[i] is a writable, NUL-terminated buffer owned by the session and

@@ -127,6 +127,18 @@ install_and_build() {
 check_packages "$amd64_dir" amd64 x86_64-linux-gnu 'Advanced Micro Devices X86-64'
 check_packages "$armhf_dir" armhf arm-linux-gnueabihf ARM
 
+# Debian's own checks, less three that do not apply yet: the project has not
+# chosen a licence, so there is no copyright file to ship; the packages are
+# not uploaded to Debian, so no bug is closed; and CPack's maintainer scripts
+# call ldconfig beside the trigger.
+suppressed=no-copyright-file,initial-upload-closes-no-bugs,maintscript-calls-ldconfig
+if ! report=$(lintian --fail-on error,warning --suppress-tags "$suppressed" \
+  "$amd64_dir"/*.deb "$armhf_dir"/*.deb 2>&1); then
+  echo "$report"
+  fail "lintian"
+fi
+echo "ok: lintian"
+
 toolchain=
 install_and_build "$amd64_dir" amd64 x86_64-linux-gnu g++
 # The cross compiler's own C library comes first, as for the ARM tests, then
