@@ -5,8 +5,8 @@
 #   make bench   measure zelcli against readline and libedit, update README.md
 #   make format  reformat the sources with clang-format
 # make check runs, in order: check-native check-static check-arm check-asan
-# check-tsan check-fuzz check-packages bench-smoke; each can be run on its own once the
-# packages are there.
+# check-tsan check-fuzz check-packages bench-smoke; each can be run on its own
+# once the packages are there.
 # FUZZ_SECONDS sets how long check-fuzz runs each fuzz target.
 
 BUILD ?= build
@@ -93,8 +93,10 @@ check-fuzz:
 	done
 
 # Packages are built with the /usr prefix Debian uses; a cross build is told
-# the multiarch library directory, which CMake only works out natively.
+# the multiarch library directory, which CMake only works out natively. The
+# armhf C++ runtime must be installed for dpkg-shlibdeps to find its package.
 deb:
+	@scripts/ensure-packages.sh cmake g++ make dpkg-dev g++-arm-linux-gnueabihf libstdc++6:armhf
 	cmake -S . -B $(BUILD)/deb -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
 	  -DZELCLI_BUILD_EXAMPLES=OFF >/dev/null
 	cmake --build $(BUILD)/deb -j$(JOBS)

@@ -47,23 +47,14 @@ pid_t ParentOf(pid_t pid) {
   return parent;
 }
 
-// The device shells that `ancestor` has started, however deep.
-std::set<pid_t> ShellsUnder(pid_t ancestor, const std::string& shell_path) {
+// The shells a socat listener has started: for each connection it forks a
+// child, which starts the shell.
+std::set<pid_t> ShellsOf(pid_t listener) {
   std::set<pid_t> shells;
   DIR* proc = opendir("/proc");
   while (dirent* entry = readdir(proc)) {
     pid_t pid = std::atoi(entry->d_name);
-    if (pid <= 0) continue;
-    char exe[4096];
-    ssize_t length = readlink(("/proc/" + std::to_string(pid) + "/exe").c_str(),
-                              exe, sizeof(exe));
-    if (length <= 0 || std::string(exe, length) != shell_path) continue;
-    for (pid_t up = ParentOf(pid); up > 1; up = ParentOf(up)) {
-      if (up == ancestor) {
-        shells.insert(pid);
-        break;
-      }
-    }
+    if (pid > 0 && ParentOf(ParentOf(pid)) == listener) shells.insert(pid);
   }
   closedir(proc);
   return shells;
@@ -132,14 +123,14 @@ class Client {
   // Connects and waits for the greeting; `shell` is then the one new device
   // shell under the listener.
   explicit Client(const Listener& listener) {
-    std::set<pid_t> before = ShellsUnder(listener.pid(), ZELCLI_DEVICE_SHELL);
+    std::set<pid_t> before = ShellsOf(listener.pid());
     socket_ = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address = Listener::Loopback(listener.port());
     EXPECT_EQ(connect(socket_, reinterpret_cast<sockaddr*>(&address),
                       sizeof(address)),
               0);
     EXPECT_EQ(Visible(ReadUntil(kPrompt)), Visible(kGreeting));
-    for (pid_t pid : ShellsUnder(listener.pid(), ZELCLI_DEVICE_SHELL)) {
+    for (pid_t pid : ShellsOf(listener.pid())) {
       if (before.count(pid) == 0) shell_ = pid;
     }
     EXPECT_GT(shell_, 0) << "no new device shell under socat";
