@@ -14,7 +14,7 @@ JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev libvterm-dev clang-format clang-tidy \
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libvterm-dev:armhf clang \
   libclang-rt-14-dev valgrind libreadline-dev libedit-dev strace python3-matplotlib \
-  dpkg-dev libstdc++6:armhf doxygen socat lintian
+  dpkg-dev libstdc++6:armhf doxygen socat lintian systemd
 SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
 FUZZ_SECONDS ?= 60
