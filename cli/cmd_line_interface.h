@@ -208,7 +208,8 @@ class CmdLineInterface {
  public:
   /// The session's terminal. Public so that another thread can call
   /// console_.StopRead() to wake a session that waits for a key; use nothing
-  /// else of it while Run() runs.
+  /// else of it while Run() runs. Woken so, Run() does not return: every read
+  /// returns at once from then on, and the loop spins until "exit" or "quit".
   Console console_;
 
  private:
