@@ -237,9 +237,13 @@ bool PtySession::WaitsForKey() {
   if (Exited()) return false;
   int unread = 0;
   ioctl(slave_, FIONREAD, &unread);
+  return unread == 0 && (LocalModes() & ICANON) == 0 && InPoll(pid_);
+}
+
+unsigned PtySession::LocalModes() const {
   termios settings = {};
   tcgetattr(slave_, &settings);
-  return unread == 0 && (settings.c_lflag & ICANON) == 0 && InPoll(pid_);
+  return settings.c_lflag;
 }
 
 ::testing::AssertionResult PtySession::ExitedCleanly() {

@@ -108,6 +108,9 @@ class PtySession {
 
   pid_t pid() const { return pid_; }
 
+  // The terminal's local modes (c_lflag) as they are now.
+  unsigned LocalModes() const;
+
   // Whether the child has ended; if so, its wait status.
   bool Exited(int* status = nullptr);
   // Whether the child has exited with status 0. A sanitizer's or valgrind's
