@@ -92,17 +92,18 @@ check-fuzz:
 	    "$$(grep number_of_executed_units $(BUILD)/fuzz/$$target.log | grep -o '[0-9]*$$') runs"; \
 	done
 
-# Packages are built with the /usr prefix Debian uses; a cross build is told
-# the multiarch library directory, which CMake only works out natively. The
-# armhf C++ runtime must be installed for dpkg-shlibdeps to find its package.
+# Packages are built as Debian builds its own, -O2 with NDEBUG (CPack strips
+# the debug information), with the /usr prefix; a cross build is told the
+# multiarch library directory, which CMake only works out natively. The armhf
+# C++ runtime must be installed for dpkg-shlibdeps to find its package.
 deb:
 	@scripts/ensure-packages.sh cmake g++ make dpkg-dev g++-arm-linux-gnueabihf libstdc++6:armhf
-	cmake -S . -B $(BUILD)/deb -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
+	cmake -S . -B $(BUILD)/deb -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
 	  -DZELCLI_BUILD_EXAMPLES=OFF >/dev/null
 	cmake --build $(BUILD)/deb -j$(JOBS)
 	cd $(BUILD)/deb && cpack >/dev/null
 	cmake -S . -B $(BUILD)/deb-arm -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN) \
-	  -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
+	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
 	  -DCMAKE_INSTALL_LIBDIR=lib/arm-linux-gnueabihf -DZELCLI_BUILD_EXAMPLES=OFF >/dev/null
 	cmake --build $(BUILD)/deb-arm -j$(JOBS)
 	cd $(BUILD)/deb-arm && cpack >/dev/null
