@@ -21,8 +21,8 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := key_decoding session
 TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
 
-.PHONY: demo check packages deb check-packages check-native check-static check-arm check-asan check-tsan \
-  check-fuzz bench bench-smoke bench-build format format-check
+.PHONY: demo check packages deb check-native check-static check-arm check-asan check-tsan \
+  check-fuzz check-packages bench bench-smoke bench-build format format-check
 
 demo:
 	@scripts/ensure-packages.sh cmake g++ make

@@ -1,6 +1,6 @@
 // The device shell served over TCP by socat, which gives every connection a
-// pseudo-terminal and a shell process of its own, exactly as the guide tells
-// a lab to run it:
+// pseudo-terminal and a shell process of its own, as the guide tells a lab to
+// run it, here bound to the loopback address:
 //   socat TCP-LISTEN:PORT,reuseaddr,fork EXEC:HOST,pty,setsid,ctty,stderr
 // Two clients on the loopback address type command lines and check every
 // byte that comes back. A line is sent only when the client's shell has read
