@@ -264,12 +264,13 @@ def footprint_table(rows):
     lines = ["| Library | Stripped, x86-64 | Text, x86-64 | Stripped, ARM -Os | "
              "Text, ARM -Os | Pulls in (x86-64) | Their text |",
              "|---|---|---|---|---|---|---|"]
+    def size(row, key):  # only zelcli has ARM figures
+        return f"{row[key]:,}" if key in row else ""
     for name, row in rows.items():
         lines.append(
             f"| {name} | {row['stripped']:,} | {row['text']:,} | "
-            f"{row.get('arm_stripped', 0):,} | {row.get('arm_text', 0):,} | "
-            f"{', '.join(row['pulls_in'])} | {row['pulls_in_text']:,} |"
-            .replace("| 0 | 0 |", "| | |"))
+            f"{size(row, 'arm_stripped')} | {size(row, 'arm_text')} | "
+            f"{', '.join(row['pulls_in'])} | {row['pulls_in_text']:,} |")
     return "\n".join(lines)
 
 
