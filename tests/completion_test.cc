@@ -20,9 +20,7 @@ const char kLineUp[] = "\x1b[1F";
 // The state line of a session with an empty history; `selected` is the
 // highlighted candidate, or -1 when no list is open.
 std::string State(const std::string& line, int cursor, int selected = -1) {
-  return "line=[" + line + "] cursor=" + std::to_string(cursor) +
-         " browsing=0 index=0 saved=[] history=[] screen=" +
-         (selected < 0 ? "none" : std::to_string(selected));
+  return StateLine(line, cursor, false, 0, "", "", selected);
 }
 
 // The list as drawn, one write per colour switch, line feed and name.
@@ -45,36 +43,34 @@ TEST(Completion, CandidateListStepByStep) {
                             "\n   \n    \n      " + kLineUp + kLineUp +
                             kLineUp + "H" + "s";
   TypeText(session, "s");
-  Play(session,
-       {
-           {kTab, Drawn(names, 0), State("s", 1, 0)},
-           {kDown, clear + Drawn(names, 1), State("s", 1, 1)},
-           {kUp, clear + Drawn(names, 0), State("s", 1, 0)},
-           {kUp, clear + Drawn(names, 2), State("s", 1, 2)},  // wraps
-           {kDown, clear + Drawn(names, 0), State("s", 1, 0)},
-           {kPageDown, clear + Drawn(names, 2), State("s", 1, 2)},
-           {kPageDown, clear + Drawn(names, 2), State("s", 1, 2)},
-           {kPageUp, clear + Drawn(names, 0), State("s", 1, 0)},
-           {kPageUp, clear + Drawn(names, 0), State("s", 1, 0)},
-           {kDown, clear + Drawn(names, 1), State("s", 1, 1)},
-           // Other keys reach neither the line nor the list.
-           {"x", "", State("s", 1, 1)},
-           {kLeft, ""},
-           {kRight, ""},
-           {kHome, ""},
-           {kEnd, ""},
-           {"\x1b[2~", ""},
-           {"\x1b[3~", ""},
-           {"\x1b[1;5D", ""},
-           {"\x01", "", State("s", 1, 1)},
-           // Enter chooses and does not run the line.
-           {kEnter, clear + Blanked(1) + "show", State("show", 4)},
-           // "show" is the only name it begins: nothing to do.
-           {kTab, "", State("show", 4)},
-           {kEnter, "\nFailed to do [show] ret code [1]\nH",
-            "line=[] cursor=0 browsing=0 index=0 saved=[] history=[show] "
-            "screen=none"},
-       });
+  Play(session, {
+                    {kTab, Drawn(names, 0), State("s", 1, 0)},
+                    {kDown, clear + Drawn(names, 1), State("s", 1, 1)},
+                    {kUp, clear + Drawn(names, 0), State("s", 1, 0)},
+                    {kUp, clear + Drawn(names, 2), State("s", 1, 2)},  // wraps
+                    {kDown, clear + Drawn(names, 0), State("s", 1, 0)},
+                    {kPageDown, clear + Drawn(names, 2), State("s", 1, 2)},
+                    {kPageDown, clear + Drawn(names, 2), State("s", 1, 2)},
+                    {kPageUp, clear + Drawn(names, 0), State("s", 1, 0)},
+                    {kPageUp, clear + Drawn(names, 0), State("s", 1, 0)},
+                    {kDown, clear + Drawn(names, 1), State("s", 1, 1)},
+                    // Other keys reach neither the line nor the list.
+                    {"x", "", State("s", 1, 1)},
+                    {kLeft, ""},
+                    {kRight, ""},
+                    {kHome, ""},
+                    {kEnd, ""},
+                    {"\x1b[2~", ""},
+                    {"\x1b[3~", ""},
+                    {"\x1b[1;5D", ""},
+                    {"\x01", "", State("s", 1, 1)},
+                    // Enter chooses and does not run the line.
+                    {kEnter, clear + Blanked(1) + "show", State("show", 4)},
+                    // "show" is the only name it begins: nothing to do.
+                    {kTab, "", State("show", 4)},
+                    {kEnter, "\nFailed to do [show] ret code [1]\nH",
+                     StateLine("", 0, false, 0, "", "show")},
+                });
 }
 
 TEST(Completion, TabAndBackspaceCloseTheListAndKeepTheLine) {

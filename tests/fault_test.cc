@@ -40,13 +40,13 @@ bool IsKeyByte(unsigned char byte) {
              .find(static_cast<char>(byte)) != std::string::npos;
 }
 
-// Types every other byte value, 0 to 255, with the cursor before `tail`.
-// A printable byte is inserted there (and taken out again with Backspace)
-// unless the candidate list is open, which swallows it; any other byte is an
-// unknown key, logged, that writes and changes nothing.
-void TypeEveryByte(PtySession& session, const std::string& tail,
-                   bool list_open) {
-  const std::string state = session.State();
+// From session state `state`, types every other byte value, 0 to 255, with
+// the cursor before `tail`. A printable byte is inserted there (and taken out
+// again with Backspace) unless the candidate list is open, which swallows it;
+// any other byte is an unknown key, logged, that writes and changes nothing.
+void TypeEveryByte(PtySession& session, const std::string& state,
+                   const std::string& tail, bool list_open) {
+  ASSERT_EQ(session.State(), state);
   session.TakeStderr();
   const std::string back(tail.size(), '\b');
   for (int value = 0; value <= 0xFF; ++value) {
@@ -77,25 +77,22 @@ TEST(BadInput, EveryByteInEachState) {
   TypeText(session, "args xy");
   session.Type(kLeft);
   session.Type(kLeft);
-  TypeEveryByte(session, "xy", false);
+  TypeEveryByte(session, StateLine("args xy", 5), "xy", false);
   // Browsing the history.
   session.Type(kEnter);
   RunLine(session, "args 1");
   session.Type(kUp);
   session.Type(kUp);
-  ASSERT_EQ(session.State(),
-            "line=[args xy] cursor=7 browsing=1 index=1 saved=[] "
-            "history=[args 1|args xy] screen=none");
-  TypeEveryByte(session, "", false);
+  TypeEveryByte(session, StateLine("args xy", 7, true, 1, "", "args 1|args xy"),
+                "", false);
   // With the candidate list open.
   session.Type(kEnter);
   TypeText(session, "ar");
   session.Type(kTab);
   session.Type(kDown);
-  ASSERT_EQ(session.State(),
-            "line=[ar] cursor=2 browsing=0 index=0 saved=[] "
-            "history=[args xy|args 1|args xy] screen=1");
-  TypeEveryByte(session, "", true);
+  TypeEveryByte(session,
+                StateLine("ar", 2, false, 0, "", "args xy|args 1|args xy", 1),
+                "", true);
 }
 
 TEST(BadInput, EscapeSequencesInPiecesAndLongEscapeRuns) {
@@ -128,12 +125,7 @@ class HostOnInput {
       ADD_FAILURE() << "pipe failed";
       return;
     }
-    std::vector<std::string> args = HostArgs();
-    std::vector<char*> argv;
-    for (std::string& arg : args) argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    pid_ = fork();
-    if (pid_ == 0) {
+    pid_ = Spawn(HostArgs(), [&] {
       dup2(input, STDIN_FILENO);
       dup2(out[1], STDOUT_FILENO);
       dup2(err[1], STDERR_FILENO);
@@ -142,9 +134,7 @@ class HostOnInput {
       dup2(open("/dev/null", O_RDONLY), 3);
       fcntl(STDOUT_FILENO, F_SETFL, 0);
       fcntl(STDERR_FILENO, F_SETFL, 0);
-      execv(argv[0], argv.data());
-      _exit(127);
-    }
+    });
     close(out[1]);
     close(err[1]);
     out_ = out[0];
@@ -161,20 +151,11 @@ class HostOnInput {
   // host had written to standard output by then.
   std::string WaitForLog(const std::string& line, int count) {
     std::string log;
-    auto shown = [&] {
-      int seen = 0;
-      for (size_t at = log.find(line); at != std::string::npos;
-           at = log.find(line, at + line.size())) {
-        ++seen;
-      }
-      return seen >= count;
-    };
-    for (int tries = 0; !shown() && tries < 60000; ++tries) {
-      usleep(1000);
+    bool shown = WaitFor([&] {
       log += ReadAvailable(err_);
-    }
-    EXPECT_TRUE(shown()) << "the log never showed " << count << " times "
-                         << line;
+      return Occurrences(log, line) >= count;
+    });
+    EXPECT_TRUE(shown) << "the log never showed " << count << " times " << line;
     return ReadAvailable(out_);
   }
 
@@ -247,13 +228,9 @@ TEST(Faults, StandardOutputRefusesWrites) {
     EXPECT_EQ(session.TakeStderr(), refused + "1] real size [-1]\n" + refused +
                                         "1] real size [-1]\n" + refused +
                                         "1] real size [-1]\n");
-    EXPECT_EQ(session.State(),
-              "line=[ab] cursor=1 browsing=0 index=0 saved=[] history=[] "
-              "screen=none");
+    EXPECT_EQ(session.State(), StateLine("ab", 1));
     session.Type(kEnter);
-    EXPECT_EQ(session.State(),
-              "line=[] cursor=0 browsing=0 index=0 saved=[] history=[] "
-              "screen=none");
+    EXPECT_EQ(session.State(), StateLine("", 0));
     TypeText(session, "exit");
     session.Send(kEnter);
     session.WaitForExit();

@@ -12,17 +12,6 @@ namespace cli {
 namespace testing {
 namespace {
 
-// The state line for a session whose history is `history` (newest first,
-// joined by '|') and that has no candidate list open.
-std::string State(const std::string& line, int cursor, bool browsing,
-                  unsigned index, const std::string& saved,
-                  const std::string& history) {
-  return "line=[" + line + "] cursor=" + std::to_string(cursor) +
-         " browsing=" + std::to_string(browsing) +
-         " index=" + std::to_string(index) + " saved=[" + saved +
-         "] history=[" + history + "] screen=none";
-}
-
 TEST(History, UpDownAndPageKeysStepThroughEntries) {
   PtySession session(HostArgs({"--cmd", "show", "", ""}));
   RunLine(session, "show 1");
@@ -30,7 +19,7 @@ TEST(History, UpDownAndPageKeysStepThroughEntries) {
   TypeText(session, "sta");
   auto state = [](const std::string& line, int cursor, bool browsing,
                   unsigned index, const std::string& saved) {
-    return State(line, cursor, browsing, index, saved, "show 2|show 1");
+    return StateLine(line, cursor, browsing, index, saved, "show 2|show 1");
   };
   Play(session,
        {
@@ -73,7 +62,7 @@ TEST(History, WhatIsStored) {
     RunLine(session, line);
   }
   EXPECT_EQ(session.State(),
-            State("", 0, false, 0, "", "ret 1 |ret 1|args a|ret 1"));
+            StateLine("", 0, false, 0, "", "ret 1 |ret 1|args a|ret 1"));
 }
 
 TEST(History, TwentyNewestLinesAreKept) {
@@ -85,20 +74,20 @@ TEST(History, TwentyNewestLinesAreKept) {
   for (int i = 1; i <= 21; ++i) RunLine(session, "args " + std::to_string(i));
   Play(session,
        {
-           {kPageUp, "args 2", State("args 2", 6, true, 19, "", history)},
-           {kUp, "", State("args 2", 6, true, 19, "", history)},
+           {kPageUp, "args 2", StateLine("args 2", 6, true, 19, "", history)},
+           {kUp, "", StateLine("args 2", 6, true, 19, "", history)},
            // Back to the typed line, empty: the blanking, then nothing.
-           {kPageDown, Blanked(6), State("", 0, false, 0, "", history)},
+           {kPageDown, Blanked(6), StateLine("", 0, false, 0, "", history)},
            // Edits to a recalled line are lost on the next step and never
            // reach the entry.
-           {kUp, "args 21", State("args 21", 7, true, 0, "", history)},
-           {"x", "x", State("args 21x", 8, true, 0, "", history)},
+           {kUp, "args 21", StateLine("args 21", 7, true, 0, "", history)},
+           {"x", "x", StateLine("args 21x", 8, true, 0, "", history)},
            {kLeft, "\b"},
-           {"\x7f", "\bx \b\b", State("args 2x", 6, true, 0, "", history)},
+           {"\x7f", "\bx \b\b", StateLine("args 2x", 6, true, 0, "", history)},
            {kUp, Blanked(7) + "args 20",
-            State("args 20", 7, true, 1, "", history)},
+            StateLine("args 20", 7, true, 1, "", history)},
            {kDown, Blanked(7) + "args 21",
-            State("args 21", 7, true, 0, "", history)},
+            StateLine("args 21", 7, true, 0, "", history)},
        });
 }
 
@@ -107,7 +96,7 @@ TEST(History, PageUpOnAnEmptyHistory) {
   TypeText(session, "ab");
   // The index wraps below zero and nothing can be shown; every key but Enter
   // is then refused or finds nothing.
-  std::string stuck = State("ab", 2, true, 4294967295u, "ab", "");
+  std::string stuck = StateLine("ab", 2, true, 4294967295u, "ab", "");
   Play(session, {
                     {kPageUp, "", stuck},
                     {kUp, "", stuck},
@@ -115,9 +104,9 @@ TEST(History, PageUpOnAnEmptyHistory) {
                     {kPageDown, "", stuck},
                     {kPageUp, "", stuck},
                     {kEnter, "\ncmd [ab] is not supported\ncli>",
-                     State("", 0, false, 0, "", "")},
-                    {kUp, "", State("", 0, false, 0, "", "")},
-                    {kPageDown, "", State("", 0, false, 0, "", "")},
+                     StateLine("", 0, false, 0, "", "")},
+                    {kUp, "", StateLine("", 0, false, 0, "", "")},
+                    {kPageDown, "", StateLine("", 0, false, 0, "", "")},
                 });
 }
 

@@ -35,6 +35,20 @@ inline std::vector<std::string> HostArgs(
   return options;
 }
 
+// The test host's state line (PtySession::State()): `history` is newest
+// first, joined by '|'; `screen` the highlighted candidate, or -1 when no
+// list is open.
+inline std::string StateLine(const std::string& line, int cursor,
+                             bool browsing = false, unsigned index = 0,
+                             const std::string& saved = "",
+                             const std::string& history = "", int screen = -1) {
+  return "line=[" + line + "] cursor=" + std::to_string(cursor) +
+         " browsing=" + std::to_string(browsing) +
+         " index=" + std::to_string(index) + " saved=[" + saved +
+         "] history=[" + history +
+         "] screen=" + (screen < 0 ? "none" : std::to_string(screen));
+}
+
 struct Step {
   std::string keys;
   std::string bytes;       // what the host writes in answer

@@ -45,6 +45,31 @@ long ProcField(pid_t pid, const char* file, const std::string& key) {
   return -1;
 }
 
+int Occurrences(const std::string& text, const std::string& needle) {
+  int count = 0;
+  for (size_t at = text.find(needle); at != std::string::npos;
+       at = text.find(needle, at + needle.size())) {
+    ++count;
+  }
+  return count;
+}
+
+pid_t Spawn(const std::vector<std::string>& argv,
+            const std::function<void()>& set_up) {
+  std::vector<char*> args;
+  for (const std::string& arg : argv) {
+    args.push_back(const_cast<char*>(arg.c_str()));
+  }
+  args.push_back(nullptr);
+  pid_t pid = fork();
+  if (pid == 0) {
+    set_up();
+    execv(args[0], args.data());
+    _exit(127);
+  }
+  return pid;
+}
+
 bool WaitFor(const std::function<bool()>& done) {
   auto deadline = std::chrono::steady_clock::now() + kPatience;
   while (std::chrono::steady_clock::now() < deadline) {
@@ -102,13 +127,7 @@ PtySession::PtySession(const std::vector<std::string>& argv, Output output,
     return;
   }
 
-  std::vector<char*> args;
-  for (const std::string& arg : argv)
-    args.push_back(const_cast<char*>(arg.c_str()));
-  args.push_back(nullptr);
-
-  pid_ = fork();
-  if (pid_ == 0) {
+  pid_ = Spawn(argv, [&] {
     setsid();
     ioctl(slave_, TIOCSCTTY, 0);
     dup2(slave_, STDIN_FILENO);
@@ -119,9 +138,7 @@ PtySession::PtySession(const std::vector<std::string>& argv, Output output,
                    control_pipe[0], control_pipe[1]}) {
       if (fd > 3) close(fd);
     }
-    execv(args[0], args.data());
-    _exit(127);
-  }
+  });
   close(error_pipe[1]);
   close(control_pipe[0]);
   stderr_ = error_pipe[0];
@@ -184,14 +201,8 @@ std::string PtySession::TakeStderr() {
 }
 
 std::string PtySession::WaitForStderr(const std::string& needle, int count) {
-  bool shown = WaitUntil([&] {
-    int seen = 0;
-    for (size_t at = stderr_collected_.find(needle); at != std::string::npos;
-         at = stderr_collected_.find(needle, at + needle.size())) {
-      ++seen;
-    }
-    return seen >= count;
-  });
+  bool shown = WaitUntil(
+      [&] { return Occurrences(stderr_collected_, needle) >= count; });
   if (!shown) {
     ADD_FAILURE() << "stderr never showed \"" << needle << "\" " << count
                   << " times";

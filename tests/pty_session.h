@@ -38,6 +38,15 @@ bool InPoll(pid_t task);
 // The number after "`key`:" in /proc/`pid`/`file`, or -1.
 long ProcField(pid_t pid, const char* file, const std::string& key);
 
+// How many times `needle` occurs in `text`, not overlapping.
+int Occurrences(const std::string& text, const std::string& needle);
+
+// Starts `argv` (argv[0] is the program's path) in a child process, which
+// runs `set_up` first, typically to put descriptors in place. Returns the
+// child's pid.
+pid_t Spawn(const std::vector<std::string>& argv,
+            const std::function<void()>& set_up);
+
 // Checks `done` every 100 microseconds until it holds, or until a patience
 // generous enough for loaded machines and emulators runs out; returns whether
 // it held. Reaching the limit fails a test rather than hanging it.

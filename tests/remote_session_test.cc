@@ -77,11 +77,7 @@ class Listener {
                          ",bind=127.0.0.1,reuseaddr,fork";
     std::string exec =
         std::string("EXEC:") + ZELCLI_DEVICE_SHELL + ",pty,setsid,ctty,stderr";
-    pid_ = fork();
-    if (pid_ == 0) {
-      execl(ZELCLI_SOCAT, "socat", listen.c_str(), exec.c_str(), nullptr);
-      _exit(127);
-    }
+    pid_ = Spawn({ZELCLI_SOCAT, listen, exec}, [] {});
     bool listening = WaitFor([&] {
       std::ifstream tcp("/proc/net/tcp");
       char local[32];

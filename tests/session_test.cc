@@ -107,9 +107,7 @@ TEST(LineEditing, NoAllocationOnceTheLineHasGrown) {
                           kEnd, kDel, kDel, "b", "b", kLeft, "c", kDel}) {
     session.Type(key);
   }
-  EXPECT_EQ(session.State(), "line=[" + std::string(38, 'a') +
-                                 "bb] cursor=39 browsing=0 index=0 saved=[] "
-                                 "history=[] screen=none");
+  EXPECT_EQ(session.State(), StateLine(std::string(38, 'a') + "bb", 39));
   EXPECT_EQ(session.Allocations(), grown);
 
   // The count is the session's: a line that outgrows its storage shows.

@@ -39,9 +39,7 @@ TEST(Soak, HundredThousandByteLine) {
   EXPECT_EQ(session.Type(kEnd), x);
   EXPECT_EQ(session.Type(kDel), "\b \b");
   const std::string line = "y" + std::string(kLength - 1, 'x');
-  EXPECT_EQ(session.State(),
-            "line=[" + line + "] cursor=" + std::to_string(kLength) +
-                " browsing=0 index=0 saved=[] history=[] screen=none");
+  EXPECT_EQ(session.State(), StateLine(line, kLength));
   EXPECT_EQ(session.Type(kEnter),
             "\ncmd [" + line + "] is not supported\ncli>");
 }
