@@ -417,7 +417,7 @@ bool CmdLineInterface::InsertString(const std::string& text) {
       return false;
     }
     WriteOnConsole(update_);
-    line_.insert(line_.begin() + cursor_, text.begin(), text.end());
+    line_.insert(cursor_, text);
   }
   cursor_ += static_cast<uint32_t>(text.size());
   // The update buffer grows with the line, on the keys that grow the line,
@@ -442,7 +442,7 @@ bool CmdLineInterface::DeleteCharacters(uint32_t n) {
     return false;
   }
   WriteOnConsole(update_);
-  line_.erase(line_.begin() + (cursor_ - n), line_.begin() + cursor_);
+  line_.erase(cursor_ - n, n);
   cursor_ -= n;
   return true;
 }
