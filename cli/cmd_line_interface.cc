@@ -51,6 +51,14 @@ constexpr char kSourceName[] = "cmd_line_interface.cc";
 #endif
 }
 
+// Logs a broken invariant and ends the process through the assertion.
+[[noreturn]] void BrokenInvariant(const char* format, const char* name,
+                                  int log_number, unsigned int assert_line,
+                                  const char* function) {
+  syslog(LOG_ERR, format, name, log_number);
+  FailAssertion("0", assert_line, function);
+}
+
 // Owns a dispatched line's word buffers and frees them, last word first, on
 // every path out of the dispatch, an exception from the command included.
 // It keeps its own pointers, so a command that rewrites its argv entries
@@ -79,25 +87,32 @@ class WordBuffers {
   char* words_[kMaxWords] = {};
 };
 
+// The history entry at `index` (0 = newest), or null when there is none or it
+// is empty, as neither can be shown.
+std::string* HistoryEntry(std::list<std::string>& history, uint32_t index) {
+  if (index >= history.size()) return nullptr;
+  std::string& entry = *std::next(history.begin(), index);
+  return entry.empty() ? nullptr : &entry;
+}
+
 // The part of `line` from `cursor` on; `cursor` is never past its end.
 std::string_view Tail(const std::string& line, uint32_t cursor) {
   return std::string_view(line.data() + cursor, line.size() - cursor);
 }
 
-// Assembles one update of the line in `update`: `back` backspaces, `text`,
-// `tail`, `blanks` spaces, `back_again` backspaces and, if `nul`, a NUL.
-// False, with `update` empty, when it cannot grow.
+// Assembles one update of the line in `update`, which starts empty: `back`
+// backspaces, `text`, `tail`, `blanks` spaces, `back_again` backspaces and,
+// if `nul`, a NUL. Updates of up to 15 bytes, most keys' updates, fit in the
+// string itself; longer ones allocate. False, with `update` empty, when the
+// memory cannot be had.
 bool AssembleLineUpdate(std::string* update, size_t back, std::string_view text,
                         std::string_view tail, size_t blanks, size_t back_again,
                         bool nul) {
-  update->clear();
-  size_t size = back + text.size() + tail.size() + blanks + back_again + nul;
-  if (update->capacity() < size) {
-    try {
-      update->reserve(size);
-    } catch (...) {  // bad_alloc, or length_error past max_size()
-      return false;
-    }
+  try {
+    update->reserve(back + text.size() + tail.size() + blanks + back_again +
+                    nul);
+  } catch (...) {  // bad_alloc, or length_error past max_size()
+    return false;
   }
   // Most keys need two pieces or fewer; empty ones cost no call.
   if (back != 0) update->append(back, kBackspace);
@@ -119,7 +134,7 @@ CmdLineInterface::Command::Command(std::string name, std::string explain,
       usage(std::move(usage)),
       func(std::move(func)) {}
 
-Result CmdLineInterface::Command::DoFunc(int argc, char** argv) const {
+Result CmdLineInterface::Command::DoFunc(int argc, char** argv) {
   if (!func) return Result::Failure;
   return func(argc, argv);
 }
@@ -200,9 +215,11 @@ bool CmdLineInterface::HandleKeyEvent(Console::KeyInfo* key) {
 bool CmdLineInterface::HandleKey(char character, Console::KeyType type) {
   using KeyType = Console::KeyType;
   switch (type) {
-    case KeyType::Character:
-      InsertString(std::string(&character, 1));
+    case KeyType::Character: {
+      std::string text(&character, 1);
+      InsertString(text);
       return false;
+    }
     case KeyType::Backspace:
       DeleteCharacters(1);
       return false;
@@ -246,12 +263,13 @@ bool CmdLineInterface::HandleKey(char character, Console::KeyType type) {
   }
 }
 
-bool CmdLineInterface::WriteOnConsole(const std::string& text) {
+bool CmdLineInterface::WriteOnConsole(std::string& text) {
   return console_.WriteMsg(text);
 }
 
 bool CmdLineInterface::WriteOnConsole(char c) {
-  return console_.WriteMsg(std::string(1, c));
+  std::string text(&c, 1);
+  return console_.WriteMsg(text);
 }
 
 bool CmdLineInterface::SetHeadMessage(std::string message) {
@@ -272,7 +290,7 @@ bool CmdLineInterface::SetFontColor(Console::FontColor color) {
 // ---------------------------------------------------------------------------
 // Commands
 
-void CmdLineInterface::AddCmdList(const std::vector<Command>& list) {
+void CmdLineInterface::AddCmdList(std::vector<Command>& list) {
   for (const Command& command : list) {
     commands_.push_back(command);
     name_width_ =
@@ -351,7 +369,7 @@ Result CmdLineInterface::DoCmdLine(int argc, char** argv) {
   return result;
 }
 
-bool CmdLineInterface::ShowHowTo(const std::string& usage) {
+bool CmdLineInterface::ShowHowTo(std::string& usage) {
   std::printf("Usage : %s\n", usage.c_str());
   return true;
 }
@@ -398,11 +416,13 @@ void CmdLineInterface::FillSpaceCharacter(std::string& text, unsigned int from,
 // sends one update: a failed allocation while building it sends nothing and
 // changes nothing.
 
-bool CmdLineInterface::InsertString(const std::string& text) {
+bool CmdLineInterface::InsertString(std::string& text) {
   if (cursor_ > line_.size()) {
-    syslog(LOG_ERR, "%s %d : this should not happend\n", "InsertString", 467);
-    FailAssertion(
-        "0", 468,
+    // A fixed log format that hosts' log parsers match: 467 and 468 are part
+    // of the text, not this file's line numbers, and "happend" is spelled as
+    // the parsers expect it.
+    BrokenInvariant(
+        "%s %d : this should not happend\n", "InsertString", 467, 468,
         "bool zel::cli::CmdLineInterface::InsertString(std::string&)");
   }
   if (cursor_ == line_.size()) {
@@ -413,23 +433,14 @@ bool CmdLineInterface::InsertString(const std::string& text) {
   } else {
     // The text pushes the tail right; the backspaces come back over it.
     std::string_view tail = Tail(line_, cursor_);
-    if (!AssembleLineUpdate(&update_, 0, text, tail, 0, tail.size(), false)) {
+    std::string update;
+    if (!AssembleLineUpdate(&update, 0, text, tail, 0, tail.size(), false)) {
       return false;
     }
-    WriteOnConsole(update_);
+    WriteOnConsole(update);
     line_.insert(cursor_, text);
   }
   cursor_ += static_cast<uint32_t>(text.size());
-  // The update buffer grows with the line, on the keys that grow the line,
-  // so that moving over the line or deleting one character never allocates:
-  // those updates are at most twice the line's length and one byte more.
-  // If it cannot grow now, the update that needs the room asks again.
-  if (update_.capacity() < 2 * line_.capacity() + 1) {
-    try {
-      update_.reserve(2 * line_.capacity() + 1);
-    } catch (...) {  // for want of memory
-    }
-  }
   return true;
 }
 
@@ -438,10 +449,11 @@ bool CmdLineInterface::DeleteCharacters(uint32_t n) {
   // Redraw the tail n columns further left, blank the n columns it leaves
   // behind, and come back to the new cursor column.
   std::string_view tail = Tail(line_, cursor_);
-  if (!AssembleLineUpdate(&update_, n, {}, tail, n, n + tail.size(), false)) {
+  std::string update;
+  if (!AssembleLineUpdate(&update, n, {}, tail, n, n + tail.size(), false)) {
     return false;
   }
-  WriteOnConsole(update_);
+  WriteOnConsole(update);
   line_.erase(cursor_ - n, n);
   cursor_ -= n;
   return true;
@@ -449,8 +461,9 @@ bool CmdLineInterface::DeleteCharacters(uint32_t n) {
 
 bool CmdLineInterface::MoveCursorToLeft(uint32_t n) {
   if (n > cursor_) return false;
-  if (!AssembleLineUpdate(&update_, n, {}, {}, 0, 0, false)) return false;
-  WriteOnConsole(update_);
+  std::string update;
+  if (!AssembleLineUpdate(&update, n, {}, {}, 0, 0, false)) return false;
+  WriteOnConsole(update);
   cursor_ -= n;
   return true;
 }
@@ -460,10 +473,11 @@ bool CmdLineInterface::MoveCursorToRight(uint32_t n) {
   if (n > tail.size()) return false;
   // Moving right rewrites the whole tail rather than relying on a
   // cursor-forward sequence, then backs up over what lies beyond.
-  if (!AssembleLineUpdate(&update_, 0, {}, tail, 0, tail.size() - n, false)) {
+  std::string update;
+  if (!AssembleLineUpdate(&update, 0, {}, tail, 0, tail.size() - n, false)) {
     return false;
   }
-  WriteOnConsole(update_);
+  WriteOnConsole(update);
   cursor_ += n;
   return true;
 }
@@ -474,10 +488,11 @@ bool CmdLineInterface::ClearCharacters() {
   // Steps back by the line's length, not by cursor_: callers leave the
   // cursor where it is, so from inside the line this blanks columns left of
   // the line's start. That is how the line has always been cleared.
-  if (!AssembleLineUpdate(&update_, length, {}, {}, length, length, true)) {
+  std::string update;
+  if (!AssembleLineUpdate(&update, length, {}, {}, length, length, true)) {
     return false;
   }
-  WriteOnConsole(update_);
+  WriteOnConsole(update);
   line_.clear();
   cursor_ = 0;
   return true;
@@ -519,7 +534,11 @@ bool CmdLineInterface::UpHistory(uint32_t n) {
   } else {
     history_index_ += n;
   }
-  return ShowHistoryEntry();
+  std::string* entry = HistoryEntry(history_, history_index_);
+  if (entry == nullptr) return false;
+  ClearCharacters();
+  InsertString(*entry);
+  return true;
 }
 
 bool CmdLineInterface::DownHistory(uint32_t n) {
@@ -536,15 +555,10 @@ bool CmdLineInterface::DownHistory(uint32_t n) {
     return true;
   }
   history_index_ -= n;
-  return ShowHistoryEntry();
-}
-
-bool CmdLineInterface::ShowHistoryEntry() {
-  if (history_index_ >= history_.size()) return false;
-  const std::string& entry = *std::next(history_.begin(), history_index_);
-  if (entry.empty()) return false;
+  std::string* entry = HistoryEntry(history_, history_index_);
+  if (entry == nullptr) return false;
   ClearCharacters();
-  InsertString(entry);
+  InsertString(*entry);
   return true;
 }
 
@@ -641,7 +655,7 @@ bool CmdLineInterface::CandidateScreen::Show() {
   uint32_t index = 0;
   // Every piece is a write of its own; the colour goes on before the line
   // feed and off after the name.
-  for (const std::string& candidate : candidates_) {
+  for (std::string& candidate : candidates_) {
     bool highlighted = index == selected_;
     if (highlighted) owner_->SetFontColor(Console::FontColor::Red);
     owner_->WriteOnConsole(kLineFeed);
@@ -676,14 +690,16 @@ bool CmdLineInterface::CandidateScreen::MoveUp(unsigned int n) {
 
 bool CmdLineInterface::CandidateScreen::Select() {
   if (selected_ >= candidates_.size()) {
-    syslog(LOG_ERR, "%s %d: don't do this to me :(\n",
-           "bool zel::cli::CmdLineInterface::CandidateScreen::Select()", 726);
-    FailAssertion("0", 727,
-                  "bool zel::cli::CmdLineInterface::CandidateScreen::Select()");
+    // A fixed log format that hosts' log parsers match: 726 and 727 are part
+    // of the text, not this file's line numbers.
+    constexpr char kFunction[] =
+        "bool zel::cli::CmdLineInterface::CandidateScreen::Select()";
+    BrokenInvariant("%s %d: don't do this to me :(\n", kFunction, 726, 727,
+                    kFunction);
   }
   Clear();
   owner_->ClearCharacters();
-  const std::string& name = *std::next(candidates_.begin(), selected_);
+  std::string& name = *std::next(candidates_.begin(), selected_);
   if (!name.empty()) owner_->InsertString(name);
   Remove();  // deletes this object
   return true;

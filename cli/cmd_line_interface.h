@@ -103,7 +103,7 @@ class CmdLineInterface {
     /// argv[i] is a writable, NUL-terminated buffer owned by the session and
     /// freed as soon as the call returns: copy what you keep. argv[argc] is
     /// null only when argc is below 10, so go by argc.
-    Result DoFunc(int argc, char** argv) const;
+    Result DoFunc(int argc, char** argv);
 
     std::string name;     ///< the word that runs the command
     std::string explain;  ///< one line, shown by "help"
@@ -126,9 +126,13 @@ class CmdLineInterface {
   CmdLineInterface& operator=(const CmdLineInterface&) = delete;
 
   /// Appends copies of `list` to the commands, in order, without checking for
-  /// duplicate or empty names. Writes nothing. The owning thread, before
-  /// Run() or between runs, never from a command function.
-  void AddCmdList(const std::vector<Command>& list);
+  /// duplicate or empty names. `list` is neither changed nor kept; the
+  /// reference is non-const only because hosts link against that signature.
+  /// If copying a command throws (std::bad_alloc), the exception reaches the
+  /// caller and the commands appended before it stay. Writes nothing. The
+  /// owning thread, before Run() or between runs, never from a command
+  /// function.
+  void AddCmdList(std::vector<Command>& list);
 
   /// Writes the greeting, then reads and runs lines until "exit" or "quit":
   /// before each line it writes the head message, then echoes and edits the
@@ -159,21 +163,22 @@ class CmdLineInterface {
   bool ReadLine();
   bool HandleKeyEvent(Console::KeyInfo* key);
   bool HandleKey(char character, Console::KeyType type);
-  bool WriteOnConsole(const std::string& text);
+  bool WriteOnConsole(std::string& text);
   bool WriteOnConsole(char c);
 
   // Commands.
   bool ParseLine();
   Result DoCmdLine(int argc, char** argv);
-  bool ShowHowTo(const std::string& usage);
+  bool ShowHowTo(std::string& usage);
   Result CmdDefaultFuncHelp(int argc, char** argv);
   Result CmdDefaultFuncExit(int argc, char** argv);
-  static void FillSpaceCharacter(std::string& text, unsigned int from,
-                                 unsigned int to);
+  void FillSpaceCharacter(std::string& text, unsigned int from,
+                          unsigned int to);
 
   // Line editor. Each sends its whole update in one write; a refused move or
-  // deletion returns false and writes nothing.
-  bool InsertString(const std::string& text);
+  // deletion returns false and writes nothing. None of the string arguments
+  // of these members is changed.
+  bool InsertString(std::string& text);
   bool DeleteCharacters(uint32_t n);
   bool MoveCursorToLeft(uint32_t n);
   bool MoveCursorToRight(uint32_t n);
@@ -185,7 +190,6 @@ class CmdLineInterface {
   bool AddHistory();
   bool UpHistory(uint32_t n);
   bool DownHistory(uint32_t n);
-  bool ShowHistoryEntry();  // replaces the line with entry history_index_
 
   // Completion. RemoveCandidateScreen() deletes the open screen, which calls
   // it as the last act of its own method.
@@ -216,8 +220,6 @@ class CmdLineInterface {
   std::list<std::string> history_;               // newest first
   std::vector<Command> commands_;                // in registration order
   CandidateScreen* candidate_screen_ = nullptr;  // owned; null when closed
-  // Where line updates are assembled; it keeps its storage from key to key.
-  std::string update_;
 };
 
 /// The candidate list that Tab opens when several command names begin with the

@@ -137,7 +137,7 @@ void Console::StopRead() {
       write(event_fd_, kWakeUpText, sizeof(kWakeUpText) - 1);
 }
 
-bool Console::WriteMsg(const std::string& text) {
+bool Console::WriteMsg(std::string& text) {
   // One write per screen update keeps the terminal from showing half of one.
   // A short write is not retried: it is logged and the caller carries on.
   ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
@@ -179,6 +179,8 @@ void Console::GetKeyInfoFromAscii(char c, KeyInfo* info) {
     }
   }
   info->type = KeyType::None;
+  // A fixed log format that hosts' log parsers match: 165 is part of the
+  // text, not a line number of this file.
   syslog(LOG_WARNING, "%s %d: %s %d : unknown key [0x%x] found",
          "void zel::cli::Console::GetKeyInfoFromAscii(char, "
          "zel::cli::Console::KeyInfo*)",

@@ -96,8 +96,8 @@ class Console {
   /// Writes all of `text` to standard output in one write(), NUL bytes
   /// included, without retrying. Returns true when every byte was written;
   /// otherwise logs "write target size [..] real size [..]" at LOG_ERR and
-  /// returns false. Reading thread only.
-  bool WriteMsg(const std::string& text);
+  /// returns false. `text` is not changed. Reading thread only.
+  bool WriteMsg(std::string& text);
 
   /// Writes the escape sequence of `color`; an unknown value makes a write of
   /// zero bytes. Reading thread only.

@@ -135,7 +135,8 @@ class DeviceShell {
 int main(int argc, char** argv) {
   DeviceShell shell;
   CmdLineInterface cli;
-  cli.AddCmdList(shell.Commands());
+  std::vector<CmdLineInterface::Command> commands = shell.Commands();
+  cli.AddCmdList(commands);
   std::vector<CmdLineInterface::Command> words;
   for (int i = 1; i < argc; ++i) {
     words.emplace_back(argv[i], "does nothing", "{}",

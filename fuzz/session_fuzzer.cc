@@ -19,7 +19,7 @@ namespace cli {
 class CmdLineInterfacePeer {
  public:
   explicit CmdLineInterfacePeer(size_t input_size) : input_size_(input_size) {
-    cli_.AddCmdList({
+    std::vector<CmdLineInterface::Command> commands = {
         {"set", "set a value", "KEY VALUE", Returns(Result::Success)},
         {"show", "show values", "{}", Returns(Result::Failure)},
         {"status", "board status", "{}", Returns(Result::NotSupported)},
@@ -30,7 +30,8 @@ class CmdLineInterfacePeer {
                             : Result::InvalidArgs;
          }},
         {"nofunc", "no function", "{}", nullptr},
-    });
+    };
+    cli_.AddCmdList(commands);
     // exit and quit wake the read through a descriptor that is never
     // drained; a third wake-up would block for ever. Let the real function
     // run twice, then only end the loop as it would.

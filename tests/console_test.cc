@@ -138,9 +138,8 @@ TEST(TerminalIo, EndOfFileAndHangUp) {
 TEST(TerminalIo, WritesAndColours) {
   Console console;
   FdCapture out(STDOUT_FILENO);
-  EXPECT_TRUE(console.WriteMsg("abc"));
-  EXPECT_TRUE(console.WriteMsg(std::string("a\0b", 3)));
-  EXPECT_TRUE(console.WriteMsg(""));
+  std::string texts[] = {"abc", std::string("a\0b", 3), ""};
+  for (std::string& text : texts) EXPECT_TRUE(console.WriteMsg(text));
   EXPECT_EQ(out.Take(), std::string("abca\0b", 6));
 
   const std::pair<Console::FontColor, const char*> colours[] = {
@@ -164,6 +163,8 @@ TEST(TerminalIo, ShortWritesAreLogged) {
   FdCapture log(STDERR_FILENO);
   LogToStderr to_stderr("console_test");
   Console console;
+  std::string long_text(5000, 'x');
+  std::string abc = "abc";
   {
     FdCapture out(STDOUT_FILENO);
     fcntl(out.write_end(), F_SETFL, O_NONBLOCK);
@@ -172,15 +173,15 @@ TEST(TerminalIo, ShortWritesAreLogged) {
     std::string filler(65536 - 4096, 'f');
     ASSERT_EQ(write(out.write_end(), filler.data(), filler.size()),
               static_cast<ssize_t>(filler.size()));
-    EXPECT_FALSE(console.WriteMsg(std::string(5000, 'x')));
+    EXPECT_FALSE(console.WriteMsg(long_text));
     // Full now: nothing goes through.
-    EXPECT_FALSE(console.WriteMsg("abc"));
+    EXPECT_FALSE(console.WriteMsg(abc));
   }
   {
     // Standard output closed.
     int saved = dup(STDOUT_FILENO);
     close(STDOUT_FILENO);
-    EXPECT_FALSE(console.WriteMsg("abc"));
+    EXPECT_FALSE(console.WriteMsg(abc));
     dup2(saved, STDOUT_FILENO);
     close(saved);
   }

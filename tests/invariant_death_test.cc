@@ -36,7 +36,7 @@ class CmdLineInterfacePeer {
   static void SetCursor(CmdLineInterface& cli, uint32_t cursor) {
     cli.cursor_ = cursor;
   }
-  static bool InsertString(CmdLineInterface& cli, const std::string& text) {
+  static bool InsertString(CmdLineInterface& cli, std::string text) {
     return cli.InsertString(text);
   }
   static bool ParseLine(CmdLineInterface& cli, const std::string& line) {

@@ -240,10 +240,6 @@ std::string PtySession::Ask(char byte, const std::string& prefix) {
 
 std::string PtySession::State() { return "line=" + Ask('?', "state line="); }
 
-unsigned long PtySession::Allocations() {
-  return std::stoul("0" + Ask('a', "allocations "));
-}
-
 bool PtySession::WaitsForKey() {
   if (Exited()) return false;
   int unread = 0;

@@ -112,8 +112,6 @@ class PtySession {
   // and returns it without the "state " prefix and the line feed. Other
   // stderr output stays for TakeStderr().
   std::string State();
-  // Asks the host how many times its main thread has called operator new.
-  unsigned long Allocations();
 
   pid_t pid() const { return pid_; }
 

@@ -99,22 +99,6 @@ TEST(LineEditing, EscapePrefixesAndUnknownSequences) {
 
 // Once the line's storage has grown, moving the cursor, deleting and typing
 // into the room the line already has allocate nothing.
-TEST(LineEditing, NoAllocationOnceTheLineHasGrown) {
-  PtySession session(HostArgs());
-  TypeText(session, std::string(40, 'a'));
-  unsigned long grown = session.Allocations();
-  for (const char* key : {kLeft, kLeft, "\x02", kRight, "\x06", kHome, kRight,
-                          kEnd, kDel, kDel, "b", "b", kLeft, "c", kDel}) {
-    session.Type(key);
-  }
-  EXPECT_EQ(session.State(), StateLine(std::string(38, 'a') + "bb", 39));
-  EXPECT_EQ(session.Allocations(), grown);
-
-  // The count is the session's: a line that outgrows its storage shows.
-  TypeText(session, std::string(40, 'd'));
-  EXPECT_GT(session.Allocations(), grown);
-}
-
 TEST(Dispatch, WordsAndTheTenWordLimit) {
   PtySession session(HostArgs());
   auto run = [&session](const std::string& line) {

@@ -21,8 +21,6 @@
 // to stderr as one line:
 //   state line=[LINE] cursor=N browsing=0|1 index=N saved=[LINE]
 //         history=[NEWEST|...|OLDEST] screen=none|SELECTED
-// For 'a' it writes "allocations N": the operator new calls made so far on
-// the main thread, where the session runs.
 // The tests ask only while the session waits for a key, so nothing changes
 // under it. The byte 's' makes it call console_.StopRead().
 // The system log is opened with LOG_PERROR, so log lines reach stderr too.
@@ -33,12 +31,10 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -73,23 +69,6 @@ using zel::cli::CmdLineInterfacePeer;
 using zel::cli::Result;
 
 namespace {
-std::atomic<unsigned long> main_thread_allocations{0};
-thread_local bool on_main_thread = false;
-}  // namespace
-
-// Counts the allocations the library makes through std::string and its
-// containers; the control thread's own are left out.
-void* operator new(size_t size) {
-  if (on_main_thread) {
-    main_thread_allocations.fetch_add(1, std::memory_order_relaxed);
-  }
-  if (void* memory = std::malloc(size == 0 ? 1 : size)) return memory;
-  throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, size_t) noexcept { std::free(memory); }
-
-namespace {
 
 // Replaces standard output with one that refuses every write.
 bool BreakStdout(const std::string& how) {
@@ -120,7 +99,6 @@ bool ExhaustDescriptors(rlimit* saved) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  on_main_thread = true;
   openlog("test_host", LOG_PERROR, LOG_USER);
 
   std::vector<CmdLineInterface::Command> commands = {
@@ -188,10 +166,6 @@ int main(int argc, char** argv) {
         if (byte == '?') {
           std::string state = CmdLineInterfacePeer::State(cli);
           if (write(STDERR_FILENO, state.data(), state.size()) < 0) break;
-        } else if (byte == 'a') {
-          std::string count =
-              "allocations " + std::to_string(main_thread_allocations) + "\n";
-          if (write(STDERR_FILENO, count.data(), count.size()) < 0) break;
         } else if (byte == 's') {
           cli.console_.StopRead();
         }
