@@ -4,6 +4,8 @@
 #   make deb     build the Debian packages for amd64 and armhf into build/deb*
 #   make bench   measure zelcli against readline and libedit, update README.md
 #   make format  reformat the sources with clang-format
+#   make symbols rewrite cmake/zelcli.symbols from the built library, when the
+#                exported interface is meant to change
 # make check runs, in order: check-native check-static check-arm check-asan
 # check-tsan check-fuzz check-packages bench-smoke; each can be run on its own
 # once the packages are there.
@@ -22,7 +24,7 @@ FUZZ_TARGETS := key_decoding session
 TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
 
 .PHONY: demo check packages deb check-native check-static check-arm check-asan check-tsan \
-  check-fuzz check-packages bench bench-smoke bench-build format format-check
+  check-fuzz check-packages bench bench-smoke bench-build format format-check symbols
 
 demo:
 	@scripts/ensure-packages.sh cmake g++ make
@@ -135,6 +137,11 @@ bench-smoke: bench-build
 
 format:
 	clang-format -i $(SOURCES)
+
+symbols:
+	cmake -S . -B $(BUILD)/check $(TEST_BUILD) >/dev/null
+	cmake --build $(BUILD)/check -j$(JOBS) --target zelcli
+	tests/symbols_test.sh nm $(BUILD)/check/libzelcli.so cmake/zelcli.symbols --update
 
 format-check:
 	clang-format --dry-run --Werror $(SOURCES)
