@@ -10,7 +10,9 @@ if ! command -v dpkg-query >/dev/null; then
 fi
 missing=()
 for package in "$@"; do
-  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+  # Captured, not piped into grep -q, which under pipefail can fail the
+  # producer with SIGPIPE.
+  if [ "$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)" != 'install ok installed' ]; then
     missing+=("$package")
   fi
 done
@@ -26,7 +28,7 @@ for package in "${missing[@]}"; do
   case "$package" in
     *:*)
       arch="${package##*:}"
-      if ! dpkg --print-foreign-architectures | grep -qx "$arch" &&
+      if ! grep -qx "$arch" <<<"$(dpkg --print-foreign-architectures)" &&
         [ "$arch" != "$(dpkg --print-architecture)" ]; then
         dpkg --add-architecture "$arch"
       fi

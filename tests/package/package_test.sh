@@ -7,6 +7,10 @@
 # qemu-arm. Needs root, since dpkg writes to the system.
 #
 #   package_test.sh AMD64_DEB_DIR ARMHF_DEB_DIR SOURCE_DIR
+#
+# Each listing is captured whole and then searched: a `producer | grep -q`
+# pipe under pipefail fails whenever grep stops reading at its first match and
+# the producer dies of SIGPIPE, and that can pass a negative check falsely.
 set -euo pipefail
 amd64_dir=$1
 armhf_dir=$2
@@ -23,7 +27,7 @@ if [ "$(id -u)" -ne 0 ]; then
   fail "the package test installs packages with dpkg and must run as root"
 fi
 for package in "${packages[@]}"; do
-  if dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q installed; then
+  if [ "$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)" = 'install ok installed' ]; then
     fail "$package is installed already; remove it first (dpkg -r ${packages[*]})"
   fi
 done
@@ -36,6 +40,9 @@ cleanup() {
 trap cleanup EXIT
 
 field() { dpkg-deb -f "$1" "$2"; }
+
+# Whether the text in $1 has a line matching the extended regex $2.
+has_line() { grep -Eq -- "$2" <<<"$1"; }
 
 # The runtime package is named after the library's SONAME, carries only the
 # library, and depends on the C and C++ runtimes of its architecture.
@@ -62,19 +69,21 @@ check_packages() {
   [ "$soname" = libzelcli.so.0 ] || fail "SONAME is '$soname'"
   [ "libzelcli$(echo "$soname" | sed 's/.*\.so\.//')" = "$(field "$runtime" Package)" ] ||
     fail "package name does not follow the SONAME $soname"
-  readelf -h "$library" | grep -q "Machine: *$machine" || fail "$library is not for $machine"
-  if dpkg-deb -c "$runtime" | grep -q 'include/\|\.pc$\|cmake/\|libzelcli\.so$'; then
+  local header runtime_files dev_files
+  header=$(readelf -h "$library")
+  runtime_files=$(dpkg-deb -c "$runtime")
+  dev_files=$(dpkg-deb -c "$dev")
+  has_line "$header" "Machine: *$machine" || fail "$library is not for $machine"
+  if has_line "$runtime_files" 'include/|\.pc$|cmake/|libzelcli\.so( ->|$)'; then
     fail "$runtime carries development files"
   fi
-  dpkg-deb -c "$dev" | grep -q "usr/lib/$triplet/pkgconfig/zelcli.pc" || fail "$dev: no .pc"
-  dpkg-deb -c "$dev" | grep -q "usr/lib/$triplet/cmake/zelcli/zelcliConfig.cmake" ||
+  has_line "$dev_files" "usr/lib/$triplet/pkgconfig/zelcli\.pc$" || fail "$dev: no .pc"
+  has_line "$dev_files" "usr/lib/$triplet/cmake/zelcli/zelcliConfig\.cmake$" ||
     fail "$dev: no CMake package"
-  for deb in "$runtime" "$dev"; do
-    local package
-    package=$(field "$deb" Package)
-    dpkg-deb -c "$deb" | grep -q "usr/share/doc/$package/changelog.Debian.gz" ||
-      fail "$deb: no changelog"
-  done
+  has_line "$runtime_files" "usr/share/doc/libzelcli0/changelog\.Debian\.gz$" ||
+    fail "$runtime: no changelog"
+  has_line "$dev_files" "usr/share/doc/libzelcli-dev/changelog\.Debian\.gz$" ||
+    fail "$dev: no changelog"
   echo "ok: $arch packages: $(basename "$runtime") $(stat -c %s "$runtime") bytes," \
     "$(basename "$dev") $(stat -c %s "$dev") bytes"
   echo "    libzelcli0 Depends: $depends"
