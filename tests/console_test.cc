@@ -1,124 +1,123 @@
-// Terminal I/O: the mode a read switches to and back, the wake-up, odd
-// standard inputs, and writes that fall short.
+// The console on its own, in this process, with standard input replaced: the
+// wake-up from another thread and its descriptor, inputs that end, and the
+// decoding that the session cannot show (the keys it ignores, the character
+// of a sequence, the bytes a sequence consumes).
 #include <cli/console.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <thread>
-
-#include "pty_session.h"
-#include "redirect.h"
 
 namespace zel {
 namespace cli {
 namespace {
 
-using testing::FdCapture;
-using testing::InPoll;
-using testing::LogToStderr;
-using testing::StdinPty;
+using KeyType = Console::KeyType;
 
-// Runs ReadChar() on a thread of its own and reports it as waiting once that
-// thread sits in poll().
-class BackgroundRead {
+// A pipe in place of standard input while it lives.
+class StdinPipe {
  public:
-  explicit BackgroundRead(Console* console)
-      : thread_([this, console] {
-          tid_ = static_cast<pid_t>(syscall(SYS_gettid));
-          result_ = console->ReadChar();
-        }) {}
-  ~BackgroundRead() {
-    if (thread_.joinable()) thread_.join();
+  StdinPipe() : saved_(dup(STDIN_FILENO)) {
+    EXPECT_EQ(pipe(ends_), 0);
+    dup2(ends_[0], STDIN_FILENO);
   }
-
-  void WaitUntilPolling() {
-    while (tid_ == 0 || !InPoll(tid_)) std::this_thread::yield();
+  ~StdinPipe() {
+    dup2(saved_, STDIN_FILENO);
+    for (int fd : {saved_, ends_[0], ends_[1]}) close(fd);
   }
-  char Result() {
-    thread_.join();
-    return result_;
+  void Send(const std::string& bytes) {
+    EXPECT_EQ(write(ends_[1], bytes.data(), bytes.size()),
+              static_cast<ssize_t>(bytes.size()));
   }
 
  private:
-  std::atomic<pid_t> tid_{0};
-  char result_ = 0;
-  std::thread thread_;
+  int saved_;
+  int ends_[2] = {-1, -1};
 };
 
-bool SameSettings(const termios& a, const termios& b) {
-  return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag &&
-         a.c_cflag == b.c_cflag && a.c_lflag == b.c_lflag &&
-         std::equal(std::begin(a.c_cc), std::end(a.c_cc), std::begin(b.c_cc));
-}
-
-TEST(TerminalIo, ReadIsRawOnlyWhileWaiting) {
-  termios cooked = {};
-  cooked.c_iflag = ICRNL | IXON;
-  cooked.c_oflag = OPOST | ONLCR;
-  cooked.c_cflag = CS8 | CREAD;
-  cooked.c_lflag = ISIG | ICANON | ECHO | ECHOE | ECHOK | IEXTEN;
-  cooked.c_cc[VMIN] = 1;
-  cooked.c_cc[VINTR] = 3;
-  cooked.c_cc[VERASE] = 0x7F;
-  cfsetspeed(&cooked, B115200);
-  StdinPty input(cooked);
-  const termios before = input.Settings();
-  Console console;
-
-  BackgroundRead read(&console);
-  read.WaitUntilPolling();
-  termios waiting = input.Settings();
-  EXPECT_EQ(waiting.c_lflag & (ICANON | ECHO), 0u);
-  termios expected = before;
-  expected.c_lflag &= ~(ICANON | ECHO);
-  EXPECT_TRUE(SameSettings(waiting, expected));
-
-  // Typed while the read waits, so the byte meets the raw mode: not echoed.
-  input.Write("q");
-  EXPECT_EQ(read.Result(), 'q');
-  EXPECT_TRUE(SameSettings(input.Settings(), before));
+// Whether thread `tid` waits in poll() or ppoll() now.
+bool InPoll(pid_t tid) {
+  std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/syscall");
+  long number = -1;
+  file >> number;
+#ifdef ZELCLI_TEST_KERNEL_POLL_CALLS
+  for (long call : {ZELCLI_TEST_KERNEL_POLL_CALLS}) {
+    if (number == call) return true;
+  }
+#endif
+#ifdef SYS_poll
+  if (number == SYS_poll) return true;
+#endif
+  return number == SYS_ppoll;
 }
 
 TEST(TerminalIo, StopReadWakesABlockedReadForGood) {
-  StdinPty input;
+  StdinPipe input;
   Console console;
-  {
-    BackgroundRead read(&console);
-    read.WaitUntilPolling();
-    console.StopRead();
-    EXPECT_EQ(read.Result(), 0);
-  }
-  // The wake-up is never consumed: reads return at once from now on...
+  std::atomic<pid_t> tid{0};
+  char woken = 'x';
+  std::thread reader([&] {
+    tid = static_cast<pid_t>(syscall(SYS_gettid));
+    woken = console.ReadChar();
+  });
+  while (tid == 0 || !InPoll(tid)) std::this_thread::yield();
+  console.StopRead();
+  reader.join();
+  EXPECT_EQ(woken, 0);
+  // The wake-up is never drained: reads return at once from now on, but
+  // input that waits comes first.
   EXPECT_EQ(console.ReadChar(), 0);
-  EXPECT_EQ(console.ReadChar(), 0);
-  // ...but input that is already waiting comes first.
   input.Send("k");
   EXPECT_EQ(console.ReadChar(), 'k');
   EXPECT_EQ(console.ReadChar(), 0);
 }
 
+// The counters of the wake-up descriptors this process has open.
+std::vector<std::string> WakeUpCounters() {
+  std::vector<std::string> counters;
+  for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code error;
+    if (std::filesystem::read_symlink(fd, error) != "anon_inode:[eventfd]") {
+      continue;
+    }
+    std::ifstream info("/proc/self/fdinfo/" + fd.path().filename().string());
+    for (std::string word; info >> word;) {
+      if (word == "eventfd-count:" && info >> word) counters.push_back(word);
+    }
+  }
+  return counters;
+}
+
+TEST(TerminalIo, WakeUpDescriptorLivesWithTheConsole) {
+  {
+    Console console;
+    EXPECT_EQ(WakeUpCounters(), std::vector<std::string>{"0"});
+    console.StopRead();  // adds "evt_exit" as a little-endian number
+    EXPECT_EQ(WakeUpCounters(), std::vector<std::string>{"746978655f747665"});
+  }
+  EXPECT_EQ(WakeUpCounters().size(), 0u);
+}
+
 TEST(TerminalIo, EndOfFileAndHangUp) {
   Console console;
   int saved = dup(STDIN_FILENO);
-
-  // A regular file at its end: the read fails, 255.
+  // A regular file at its end: every read fails, 255.
   FILE* file = std::tmpfile();
   std::fputc('z', file);
-  std::fflush(file);
   std::rewind(file);
   dup2(fileno(file), STDIN_FILENO);
   EXPECT_EQ(console.ReadChar(), 'z');
   EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
   EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
   std::fclose(file);
-
-  // A pipe whose writer has gone reports a hang-up: 0, without reading even
-  // what is still in the pipe.
+  // A pipe whose writer has gone reports a hang-up: 0 at once, and what the
+  // pipe still holds is never read.
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   ASSERT_EQ(write(ends[1], "y", 1), 1);
@@ -128,68 +127,55 @@ TEST(TerminalIo, EndOfFileAndHangUp) {
   EXPECT_EQ(console.ReadChar(), 0);
   char left = 0;
   EXPECT_EQ(read(ends[0], &left, 1), 1);
-  EXPECT_EQ(left, 'y');
   close(ends[0]);
-
   dup2(saved, STDIN_FILENO);
   close(saved);
 }
 
-TEST(TerminalIo, WritesAndColours) {
-  Console console;
-  FdCapture out(STDOUT_FILENO);
-  std::string texts[] = {"abc", std::string("a\0b", 3), ""};
-  for (std::string& text : texts) EXPECT_TRUE(console.WriteMsg(text));
-  EXPECT_EQ(out.Take(), std::string("abca\0b", 6));
+struct Key {
+  std::string input;
+  uint16_t character;
+  KeyType type;
+  int unread;  // bytes of `input` the key leaves behind
+};
 
-  const std::pair<Console::FontColor, const char*> colours[] = {
-      {Console::FontColor::Red, "\x1b[31m"},
-      {Console::FontColor::Green, "\x1b[32m"},
-      {Console::FontColor::Yellow, "\x1b[33m"},
-      {Console::FontColor::Blue, "\x1b[34m"},
-      {Console::FontColor::Magenta, "\x1b[35m"},
-      {Console::FontColor::Cyan, "\x1b[36m"},
-      {Console::FontColor::Reset, "\x1b[0m"},
-      {static_cast<Console::FontColor>(0), ""},
-      {static_cast<Console::FontColor>(8), ""},
+TEST(KeyDecoding, EscapeSequences) {
+  // What the record holds before a key is decoded into it.
+  constexpr uint16_t kBefore = 0xAB;
+  // Each sequence gives the blank as its character; the types of those the
+  // session ignores show only here.
+  const Key keys[] = {
+      {"\x1b[A", ' ', KeyType::Up, 0},
+      {"\x1b[2~", ' ', KeyType::Insert, 0},
+      {"\x1b[3~", ' ', KeyType::Delete, 0},
+      {"\x1b[1;5D", ' ', KeyType::CtrlLeft, 0},
+      {"\x1b[1;5C", ' ', KeyType::CtrlRight, 0},
+      // Repeated ESC bytes are skipped; ESC and any byte but '[' type that
+      // byte, a control byte too.
+      {"\x1b\x1b\x1b[A", ' ', KeyType::Up, 0},
+      {"\x1b\r", '\r', KeyType::Character, 0},
+      // A match ends the sequence, and a prefix is no match.
+      {"\x1b[Ab", ' ', KeyType::Up, 1},
+      {"\x1b[1~~", ' ', KeyType::Home, 1},
+      // Four bytes that match nothing give None, keep the character, and are
+      // gone: an unknown sequence swallows the keys after it.
+      {"\x1b[1;5X", kBefore, KeyType::None, 0},
+      {"\x1b[Zabcd", kBefore, KeyType::None, 1},
   };
-  for (const auto& [colour, sequence] : colours) {
-    console.SetFontColor(colour);
-    EXPECT_EQ(out.Take(), sequence);
-  }
-}
-
-TEST(TerminalIo, ShortWritesAreLogged) {
-  FdCapture log(STDERR_FILENO);
-  LogToStderr to_stderr("console_test");
+  StdinPipe input;
   Console console;
-  std::string long_text(5000, 'x');
-  std::string abc = "abc";
-  {
-    FdCapture out(STDOUT_FILENO);
-    fcntl(out.write_end(), F_SETFL, O_NONBLOCK);
-    fcntl(out.write_end(), F_SETPIPE_SZ, 65536);
-    // Fill all but one page of the pipe: a larger write then gets one page.
-    std::string filler(65536 - 4096, 'f');
-    ASSERT_EQ(write(out.write_end(), filler.data(), filler.size()),
-              static_cast<ssize_t>(filler.size()));
-    EXPECT_FALSE(console.WriteMsg(long_text));
-    // Full now: nothing goes through.
-    EXPECT_FALSE(console.WriteMsg(abc));
+  for (const Key& key : keys) {
+    SCOPED_TRACE(key.input.substr(1));
+    input.Send(key.input);
+    Console::KeyInfo info = {kBefore, KeyType::Home};
+    console.ReadKey(&info);
+    EXPECT_EQ(info.character, key.character);
+    EXPECT_EQ(info.type, key.type);
+    int unread = -1;
+    ioctl(STDIN_FILENO, FIONREAD, &unread);
+    EXPECT_EQ(unread, key.unread);
+    for (; unread > 0; --unread) console.ReadChar();
   }
-  {
-    // Standard output closed.
-    int saved = dup(STDOUT_FILENO);
-    close(STDOUT_FILENO);
-    EXPECT_FALSE(console.WriteMsg(abc));
-    dup2(saved, STDOUT_FILENO);
-    close(saved);
-  }
-  // LOG_PERROR copies each line to standard error behind the log's name.
-  EXPECT_EQ(log.Take(),
-            "console_test: write target size [5000] real size [4096]\n"
-            "console_test: write target size [3] real size [-1]\n"
-            "console_test: write target size [3] real size [-1]\n");
 }
 
 }  // namespace

@@ -1,0 +1,180 @@
+# Drives a host program on a pseudo-terminal: types keys into it and returns
+# exactly the bytes it writes back.
+#
+# A key is sent only while the host waits for one, and type() returns once the
+# host has read every byte sent, has slept since, and waits in poll() again with
+# the terminal raw and nothing unread; then it reads everything the host wrote.
+# No exchange depends on timing, even for keys that the terminal hands on in
+# pieces.
+#
+# The terminal is 80x24 and starts from the kernel's defaults less output
+# post-processing, CR-to-LF translation, flow control, signal keys and
+# extended input processing, so the bytes on both sides are the programs'
+# own. The host's standard error is a pipe of its own, and its
+# descriptor 3 the read end of a request pipe (see host.cc).
+#
+
+import fcntl
+import os
+import platform
+import signal
+import struct
+import termios
+import time
+
+# The poll() and ppoll() system call numbers of this machine's kernel, which
+# /proc shows for emulated hosts too.
+POLL_CALLS = {"x86_64": {7, 271}, "aarch64": {73}}[platform.machine()]
+PATIENCE = 60  # seconds; generous for loaded machines and emulators
+
+
+def read_available(fd):
+    data = b""
+    while True:
+        try:
+            chunk = os.read(fd, 65536)
+        except (BlockingIOError, OSError):  # EIO once the other side is gone
+            return data
+        if not chunk:
+            return data
+        data += chunk
+
+
+def in_poll(pid):
+    try:
+        with open(f"/proc/{pid}/syscall") as call:
+            return int(call.read().split()[0]) in POLL_CALLS
+    except (OSError, ValueError, IndexError):  # "running", or gone
+        return False
+
+
+class Session:
+    def __init__(self, argv, raw_input=False):
+        self.master, self.slave = os.openpty()
+        fcntl.ioctl(self.slave, termios.TIOCSWINSZ,
+                    struct.pack("HHHH", 24, 80, 0, 0))
+        mode = termios.tcgetattr(self.slave)
+        mode[0] &= ~(termios.ICRNL | termios.INLCR | termios.IGNCR |
+                     termios.IXON | termios.IXOFF)
+        mode[1] &= ~termios.OPOST
+        mode[3] &= ~(termios.ISIG | termios.IEXTEN)
+        if raw_input:
+            mode[3] &= ~(termios.ICANON | termios.ECHO)
+        termios.tcsetattr(self.slave, termios.TCSANOW, mode)
+        self.errors, errors_end = os.pipe()
+        requests_end, self.requests = os.pipe()
+        self.pid = os.fork()
+        if self.pid == 0:
+            os.setsid()
+            fcntl.ioctl(self.slave, termios.TIOCSCTTY, 0)
+            for fd, target in ((self.slave, 0), (self.slave, 1),
+                               (errors_end, 2), (requests_end, 3)):
+                os.dup2(fd, target)
+            os.closerange(4, 1024)
+            os.execv(argv[0], argv)
+        os.close(errors_end)
+        os.close(requests_end)
+        os.set_blocking(self.master, False)
+        os.set_blocking(self.errors, False)
+        self.status = None
+        self.output = self.log = b""
+        self._wait_for_key(-1, 0)
+        self.startup_output = self._take_output()
+
+    def close(self):
+        if not self.exited():
+            os.kill(self.pid, signal.SIGKILL)
+            os.waitpid(self.pid, 0)
+        for fd in (self.master, self.slave, self.errors, self.requests):
+            os.close(fd)
+
+    def type(self, keys):
+        # Sends `keys` in one write and returns what the host wrote until
+        # it waits again or exits. Without raw_input send one key at a time.
+        switches = self._field("status", "voluntary_ctxt_switches")
+        wanted = self._field("io", "rchar") + len(keys)
+        os.write(self.master, keys)
+        self._wait_for_key(switches, wanted)
+        return self._take_output()
+
+    def ask(self, request):
+        # Sends a request (see host.cc) and returns the state line it is
+        # answered with, without "state " and the line feed.
+        os.write(self.requests, request)
+        self._wait_until("answer a request", lambda: b"state " in self.log and
+                         b"\n" in self.log[self.log.index(b"state "):])
+        start = self.log.index(b"state ")
+        end = self.log.index(b"\n", start)
+        line, self.log = self.log[start + 6:end], self.log[:start] + self.log[end + 1:]
+        return line.decode("latin-1")
+
+    def take_log(self):
+        # Standard error written since the last call, state lines left
+        # out.
+        self._collect()
+        log, self.log = self.log, b""
+        return log
+
+    def local_modes(self):
+        return termios.tcgetattr(self.slave)[3]
+
+    def peak_resident_kib(self):
+        return self._field("status", "VmHWM")
+
+    def wait_for_exit(self):
+        self._wait_until("exit", self.exited)
+        return self._take_output()
+
+    def exited(self):
+        if self.status is None:
+            pid, status = os.waitpid(self.pid, os.WNOHANG)
+            if pid == self.pid:
+                self.status = status
+        return self.status is not None
+
+    def exited_cleanly(self):
+        return self.exited() and os.WIFEXITED(self.status) and \
+            os.WEXITSTATUS(self.status) == 0
+
+    def _field(self, file, key):
+        with open(f"/proc/{self.pid}/{file}") as lines:
+            for line in lines:
+                if line.startswith(key + ":"):
+                    return int(line.split()[1])
+        return -1
+
+    def _wait_for_key(self, switches_before, bytes_read):
+        # The host must have read every key (its read count includes its
+        # requests, a byte each), slept since they were sent, so that a poll()
+        # that has not yet seen them does not count, and wait again.
+        def waiting():
+            unread = struct.unpack("i", fcntl.ioctl(
+                self.slave, termios.FIONREAD, b"\0\0\0\0"))[0]
+            return self.exited() or (
+                self._field("io", "rchar") >= bytes_read and
+                self._field("status", "voluntary_ctxt_switches") > switches_before
+                and unread == 0 and not self.local_modes() & termios.ICANON
+                and in_poll(self.pid))
+        self._wait_until("wait for a key", waiting)
+
+    def _collect(self):
+        self.output += read_available(self.master)
+        self.log += read_available(self.errors)
+
+    def _wait_until(self, what, done):
+        deadline = time.monotonic() + PATIENCE
+        while time.monotonic() < deadline:
+            # Read as it comes, so that the host never blocks in write(), and
+            # once more when done: the terminal hands on what the host wrote a
+            # little later, and a read that finds nothing waits for what is on
+            # its way.
+            self._collect()
+            if done():
+                self._collect()
+                return
+            time.sleep(0.0001)
+        raise AssertionError(f"the host did not {what}")
+
+    def _take_output(self):
+        output, self.output = self.output, b""
+        return output

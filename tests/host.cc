@@ -1,0 +1,239 @@
+// The host that every session test drives through a pseudo-terminal.
+//
+//   host [--bare] [--cmd NAME EXPLAIN USAGE]... [--head TEXT] [--greeting TEXT]
+//        [--stdout-closed] [--no-descriptors] [--failing-copy]
+//
+// Commands besides the built-ins, unless --bare:
+//   args WORD...  prints argc and every argv entry in brackets
+//   ret N         returns N; without exactly one argument, InvalidArgs
+//   nofunc        registered without a function
+//   boom          throws std::runtime_error("boom")
+//   colours       sets each colour value 0 to 8 in turn
+//   mode          prints whether the terminal echoes and reads whole lines
+// --cmd adds a command without a function. --stdout-closed makes every write
+// to standard output fail, with a descriptor open only for reading in its
+// place.
+// --no-descriptors lets the session be built with no descriptor to spare, so
+// it has no wake-up descriptor. --failing-copy registers a command whose copy
+// runs out of memory, so AddCmdList() throws after the commands before it.
+//
+// Descriptor 3 takes requests, one byte each, answered on stderr with the
+// session's state line once done:
+//   ?  nothing else
+//   s  console_.StopRead()
+//   f  the session thread's next allocation throws std::bad_alloc
+// The state line:
+//   state line=[LINE] cursor=N browsing=0|1 index=N saved=[LINE]
+//         history=[NEWEST|...|OLDEST] screen=none|SELECTED
+// Requests are sent only while the session waits for a key, so nothing
+// changes under them. Log lines reach stderr too (LOG_PERROR).
+#include <cli/cmd_line_interface.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <syslog.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zel {
+namespace cli {
+
+class CmdLineInterfacePeer {
+ public:
+  static std::string State(const CmdLineInterface& cli) {
+    std::string history;
+    for (const std::string& entry : cli.history_) {
+      history += (history.empty() ? "" : "|") + entry;
+    }
+    const CmdLineInterface::CandidateScreen* screen = cli.candidate_screen_;
+    return "state line=[" + cli.line_ +
+           "] cursor=" + std::to_string(cli.cursor_) +
+           " browsing=" + std::to_string(cli.history_browsing_) +
+           " index=" + std::to_string(cli.history_index_) + " saved=[" +
+           cli.saved_line_ + "] history=[" + history +
+           "] screen=" + (screen ? std::to_string(screen->selected_) : "none") +
+           "\n";
+  }
+};
+
+}  // namespace cli
+}  // namespace zel
+
+using zel::cli::CmdLineInterface;
+using zel::cli::Console;
+using zel::cli::Result;
+
+namespace {
+
+thread_local bool session_thread = false;
+std::atomic<bool> fail_next_allocation{false};
+long live_allocations = 0;
+bool copies_fail = false;
+
+// A command function whose copy runs out of memory once copies_fail is set.
+struct FailsToCopy {
+  FailsToCopy() = default;
+  FailsToCopy(const FailsToCopy&) {
+    if (copies_fail) throw std::bad_alloc();
+  }
+  Result operator()(int, char**) const { return Result::Success; }
+};
+
+}  // namespace
+
+// The allocation functions this host stands in front of: the C++ library's,
+// or a sanitizer's.
+template <typename Function>
+Function Next(const char* name) {
+  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+// Counts the session thread's allocations that are still live, and fails
+// one on request.
+void* operator new(size_t size) {
+  static const auto next =
+      Next<void* (*)(size_t)>(sizeof(size_t) == 8 ? "_Znwm" : "_Znwj");
+  if (session_thread) {
+    if (fail_next_allocation.exchange(false)) throw std::bad_alloc();
+    ++live_allocations;
+  }
+  return next(size);
+}
+void operator delete(void* memory) noexcept {
+  static const auto next = Next<void (*)(void*)>("_ZdlPv");
+  if (session_thread && memory != nullptr) --live_allocations;
+  next(memory);
+}
+void operator delete(void* memory, size_t) noexcept { operator delete(memory); }
+
+int main(int argc, char** argv) {
+  session_thread = true;
+  // Held by the control thread for each request, and by main from the end of
+  // the session on, so that no request can touch a session being destroyed.
+  std::mutex control;
+  CmdLineInterface* session = nullptr;
+  openlog("host", LOG_PERROR, LOG_USER);
+  std::vector<CmdLineInterface::Command> commands = {
+      {"args", "print words", "WORD...",
+       [](int count, char** words) {
+         std::printf("argc=%d", count);
+         for (int i = 0; i < count; ++i) std::printf(" [%s]", words[i]);
+         std::printf("\n");
+         return Result::Success;
+       }},
+      {"ret", "return N", "N",
+       [](int count, char** words) {
+         if (count != 2) return Result::InvalidArgs;
+         return static_cast<Result>(std::atoi(words[1]));
+       }},
+      {"nofunc", "no function", "{}", nullptr},
+      {"boom", "throw", "{}",
+       [](int, char**) -> Result { throw std::runtime_error("boom"); }},
+      {"colours", "colours", "{}",
+       [&session](int, char**) {
+         for (int colour = 0; colour <= 8; ++colour) {
+           if (!session->SetFontColor(
+                   static_cast<Console::FontColor>(colour))) {
+             std::printf("false");
+           }
+         }
+         return Result::Success;
+       }},
+      {"mode", "terminal mode", "{}",
+       [](int, char**) {
+         termios mode = {};
+         tcgetattr(STDIN_FILENO, &mode);
+         std::printf("icanon %d echo %d\n", (mode.c_lflag & ICANON) != 0,
+                     (mode.c_lflag & ECHO) != 0);
+         return Result::Success;
+       }},
+  };
+  const char* head = nullptr;
+  const char* greeting = nullptr;
+  bool stdout_closed = false;
+  bool no_descriptors = false;
+  for (int i = 1; i < argc; ++i) {
+    std::string option = argv[i];
+    if (option == "--bare") {
+      commands.clear();
+    } else if (option == "--cmd" && i + 3 < argc) {
+      commands.emplace_back(argv[i + 1], argv[i + 2], argv[i + 3], nullptr);
+      i += 3;
+    } else if (option == "--head" && i + 1 < argc) {
+      head = argv[++i];
+    } else if (option == "--greeting" && i + 1 < argc) {
+      greeting = argv[++i];
+    } else if (option == "--stdout-closed") {
+      stdout_closed = true;
+    } else if (option == "--no-descriptors") {
+      no_descriptors = true;
+    } else if (option == "--failing-copy") {
+      commands.emplace_back("copy", "fails", "{}", FailsToCopy());
+    } else {
+      std::fprintf(stderr, "unknown option %s\n", argv[i]);
+      return 2;
+    }
+  }
+
+  std::thread([&session, &control] {
+    for (char request; read(3, &request, 1) == 1;) {
+      std::lock_guard<std::mutex> lock(control);
+      if (request == 's') session->console_.StopRead();
+      if (request == 'f') fail_next_allocation = true;
+      std::string state = zel::cli::CmdLineInterfacePeer::State(*session);
+      if (write(STDERR_FILENO, state.data(), state.size()) < 0) break;
+    }
+  }).detach();
+  long live_before = live_allocations;
+  // Only the session's construction goes without spare descriptors.
+  rlimit descriptors = {};
+  getrlimit(RLIMIT_NOFILE, &descriptors);
+  if (no_descriptors) {
+    int lowest_free = dup(STDIN_FILENO);
+    close(lowest_free);
+    rlimit limit = {static_cast<rlim_t>(lowest_free), descriptors.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+  {
+    CmdLineInterface cli;
+    setrlimit(RLIMIT_NOFILE, &descriptors);
+    if ((head != nullptr && !cli.SetHeadMessage(head)) ||
+        (greeting != nullptr && !cli.SetGreetingMessage(greeting))) {
+      return 3;
+    }
+    copies_fail = true;
+    try {
+      cli.AddCmdList(commands);
+    } catch (const std::bad_alloc&) {
+      std::printf("AddCmdList threw\n");
+    }
+    copies_fail = false;
+    if (stdout_closed) dup2(open("/dev/null", O_RDONLY), STDOUT_FILENO);
+    control.lock();
+    session = &cli;
+    control.unlock();
+    try {
+      cli.Run();
+      std::printf("Run returned\n");
+    } catch (const std::exception& error) {
+      std::printf("Run threw %s\n", error.what());
+    }
+    control.lock();  // and the control thread stays shut out
+  }
+  if (live_allocations != live_before) {
+    std::printf("the session leaked %ld allocations\n",
+                live_allocations - live_before);
+    return 5;
+  }
+  return 0;
+}

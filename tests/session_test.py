@@ -1,0 +1,367 @@
+# The session tests: the test host (host.cc) driven on a pseudo-terminal.
+#
+#   session_test.py transcript FILE NAME   plays one scenario of a transcript
+#   session_test.py sweep                  every byte in every state
+#   session_test.py soak                   10,000 commands, memory flat
+#   session_test.py guide PROGRAM          the guide's SIGTERM recipe
+#
+# ZELCLI_TEST_HOST is the host's command line (behind an emulator for another
+# machine's build); ZELCLI_TEST_VALGRIND, when set, a command to run it under.
+#
+# A transcript (tests/transcripts/) is plain text. "## Name" starts a scenario;
+# other lines that start with '#' are comments. In a scenario:
+#
+#   host: OPTIONS            the host's options; a fresh host each scenario
+#   let NAME = BYTES         NAME now stands for BYTES, in this file
+#   KEYS => BYTES | FIELDS   one row: type KEYS, expect BYTES written back,
+#                            then the state FIELDS (only those given)
+#
+# BYTES is a list of tokens, run together: "quoted text"; NUL BS TAB LF CR ESC
+# SP DEL; RED (ESC[31m) and RESET (ESC[0m); ESC[1F or any ESC[...; 0xNN; a name
+# from let; any of these followed by *N for N of them; "-" alone for nothing,
+# "..." alone for bytes not checked.
+# KEYS are such tokens, each typed as one key (quoted text a key per
+# character), or key names (Up, Down, Left, Right, Home, End, PgUp, PgDn,
+# Insert, Delete, CtrlLeft, CtrlRight, Tab, Enter, Backspace, Ctrl-X); and
+#   start    no key: what the host wrote before it first waited for a key
+#   log      no key: what the host logged since the last row
+#   screen   no key: what a terminal (libvterm, 80x24) fed all of the host's
+#            output shows, its rows down to the last that is not blank; its
+#            FIELDS are cursor=ROW,COLUMN and red=[ROW|ROW...], the rows with
+#            only the red cells shown
+#   @X       request X to the host (host.cc), nothing typed
+# Other FIELDS are those of the host's state line: line=[...] cursor=N
+# browsing=0|1 index=N saved=[...] history=[NEWEST|...] screen=none|N.
+#
+
+import ctypes
+import os
+import re
+import signal
+import sys
+import termios
+
+from driver import Session
+
+TRANSCRIPTS = os.path.join(os.path.dirname(os.path.abspath(__file__)),
+                           "transcripts")
+BYTES = {"NUL": b"\0", "BS": b"\b", "TAB": b"\t", "LF": b"\n", "CR": b"\r",
+         "ESC": b"\x1b", "SP": b" ", "DEL": b"\x7f", "RED": b"\x1b[31m",
+         "RESET": b"\x1b[0m"}
+KEYS = {"Up": b"\x1b[A", "Down": b"\x1b[B", "Right": b"\x1b[C",
+        "Left": b"\x1b[D", "Home": b"\x1b[H", "End": b"\x1b[F",
+        "PgUp": b"\x1b[5~", "PgDn": b"\x1b[6~", "Insert": b"\x1b[2~",
+        "Delete": b"\x1b[3~", "CtrlLeft": b"\x1b[1;5D",
+        "CtrlRight": b"\x1b[1;5C", "Tab": b"\t", "Enter": b"\r",
+        "Backspace": b"\x7f"}
+NAMES = {value: name for name, value in BYTES.items()
+         if name not in ("SP", "RED", "RESET")}
+
+
+def words(text):
+    return re.findall(r'"[^"]*"(?:\*\d+)?|\S+', text)
+
+
+def token_bytes(token, names):
+    repeat = re.fullmatch(r"(.*)\*(\d+)", token)
+    if repeat:
+        return token_bytes(repeat[1], names) * int(repeat[2])
+    if token.startswith('"'):
+        return token[1:-1].encode("latin-1")
+    if token.startswith("ESC["):
+        return b"\x1b" + token[3:].encode()
+    if token.startswith("0x"):
+        return bytes([int(token, 16)])
+    if token.startswith("Ctrl-"):
+        return bytes([ord(token[5]) - 64])
+    return names.get(token) or KEYS.get(token) or BYTES[token]
+
+
+def visible(data):
+    # Bytes in the transcripts' notation: "ab" BS*3 ESC[1F NUL 0x80.
+    out = []
+    for match in re.finditer(rb'\x1b\[1F|[ !#-~]+|([\s\S])\1*', data):
+        piece = match[0]
+        if piece == b"\x1b[1F":
+            out.append("ESC[1F")
+        elif match[1] is None:
+            out.append('"' + piece.decode() + '"')
+        else:
+            name = NAMES.get(piece[:1], f"0x{piece[0]:02X}")
+            out.append(name + (f"*{len(piece)}" if len(piece) > 1 else ""))
+    return " ".join(out) or "-"
+
+
+def host(*options):
+    argv = os.environ["ZELCLI_TEST_HOST"].split() + list(options)
+    return os.environ.get("ZELCLI_TEST_VALGRIND", "").split() + argv
+
+
+def fields(text):
+    return dict(re.findall(r"(\w+)=(\[[^\]]*\]|\S+)", text))
+
+
+def load(path):
+    # The scenarios of a transcript, by name.
+    scenarios, names, current = {}, {}, None
+    with open(path) as lines:
+        for number, text in enumerate(lines, 1):
+            if text.startswith("## "):
+                current = {"options": [], "rows": []}
+                scenarios[text[3:].strip()] = current
+                continue
+            parts = words(text)
+            if not parts or parts[0].startswith("#"):
+                continue
+            if parts[0] == "let":
+                names[parts[1]] = b"".join(token_bytes(t, names)
+                                           for t in parts[3:])
+            elif parts[0] == "host:":
+                # Options are words as they stand, quoted strings or names.
+                current["options"] = [
+                    token_bytes(w, names).decode("latin-1")
+                    if w.startswith('"') or w in names else w
+                    for w in parts[1:]]
+            else:
+                arrow = parts.index("=>")
+                bar = parts.index("|") if "|" in parts else len(parts)
+                expected = ... if parts[arrow + 1:bar] == ["..."] else b"".join(
+                    token_bytes(t, names) for t in parts[arrow + 1:bar] if t != "-")
+                state = text.split(" | ", 1)[1] if "|" in parts else ""
+                current["rows"].append((number, parts[:arrow], expected,
+                                        fields(state)))
+    return scenarios
+
+
+def play(path, name):
+    scenario = load(path)[name]
+    session = Session(host(*scenario["options"]))
+    view = Screen()
+    view.feed(session.startup_output)
+    failures = 0
+    for number, keys, expected, wanted in scenario["rows"]:
+        written, state = b"", None
+        for key in keys:
+            if key == "start":
+                written += session.startup_output
+            elif key == "log":
+                written += session.take_log()
+            elif key == "screen":
+                written += "\n".join(view.rows()).encode("latin-1")
+                state = view.state()
+            elif key.startswith("@"):
+                state = session.ask(key[1:].encode())
+            else:
+                keys_typed = [bytes([byte]) for byte in token_bytes(key, {})] \
+                    if key.startswith('"') else [token_bytes(key, {})]
+                for typed in keys_typed:
+                    output = session.type(typed)
+                    view.feed(output)
+                    written += output
+        where = f"{os.path.basename(path)}:{number}: {' '.join(keys)}"
+        if written != expected and expected != ...:
+            failures += 1
+            print(f"FAILED at {where}\n  expected: {visible(expected)}\n"
+                  f"  actual:   {visible(written)}")
+        if wanted:
+            actual = fields(state or session.ask(b"?"))
+            for field, value in wanted.items():
+                if actual.get(field) != value:
+                    failures += 1
+                    print(f"FAILED at {where}\n  expected: {field}={value}\n"
+                          f"  actual:   {field}={actual.get(field)}")
+    if session.exited() and not session.exited_cleanly():
+        failures += 1
+        print("FAILED: the host did not exit cleanly:\n" +
+              session.take_log().decode("latin-1"))
+    session.close()
+    return failures
+
+
+def check(failures, what, expected, actual):
+    if expected != actual:
+        failures.append(f"{what}\n  expected: {expected}\n  actual:   {actual}")
+
+
+KEY_BYTES = b"\x02\x06\x08\x09\x0a\x0d\x0e\x10\x1b\x7f"
+UNKNOWN = (b"host: void zel::cli::Console::GetKeyInfoFromAscii(char, "
+           b"zel::cli::Console::KeyInfo*) 165: GetKeyInfoFromAscii 165 : "
+           b"unknown key [0x%x] found\n")
+
+
+def type_every_byte(session, failures, state, tail, list_open):
+    # From `state`, types every byte value that is not a key of its own,
+    # with the cursor before `tail`. A printable byte is inserted (and taken
+    # out again with Backspace) unless the candidate list is open, which
+    # swallows it; any other byte is an unknown key, logged, that writes and
+    # changes nothing. Left and Right are ignored while the list is open.
+    check(failures, "state", state, session.ask(b"?"))
+    session.take_log()
+    back = b"\b" * len(tail)
+    for byte in range(256):
+        key = bytes([byte])
+        if key in KEY_BYTES and not (list_open and key in b"\x02\x06"):
+            continue
+        printable = 0x20 <= byte < 0x7F
+        if printable and not list_open:
+            check(failures, visible(key), visible(key + tail + back),
+                  visible(session.type(key)))
+            check(failures, visible(key) + " Backspace",
+                  visible(b"\b" + tail + b" " + back + b"\b"),
+                  visible(session.type(b"\x7f")))
+        else:
+            check(failures, visible(key), "-", visible(session.type(key)))
+        check(failures, visible(key) + " state", state, session.ask(b"?"))
+        logged = b"" if printable or key in KEY_BYTES else UNKNOWN % byte
+        check(failures, visible(key) + " log", logged, session.take_log())
+
+
+def type_text(session, text):
+    return b"".join(session.type(bytes([byte])) for byte in text)
+
+
+def sweep():
+    session = Session(host("--cmd", "argz", "x", "y"))
+    failures = []
+    type_text(session, b"args xy")
+    session.type(KEYS["Left"])
+    session.type(KEYS["Left"])
+    type_every_byte(session, failures, "line=[args xy] cursor=5 browsing=0 "
+                    "index=0 saved=[] history=[] screen=none", b"xy", False)
+    type_text(session, b"\rargs 1\r")
+    session.type(KEYS["Up"])
+    session.type(KEYS["Up"])
+    type_every_byte(session, failures, "line=[args xy] cursor=7 browsing=1 "
+                    "index=1 saved=[] history=[args 1|args xy] screen=none",
+                    b"", False)
+    type_text(session, b"\rar\t")
+    session.type(KEYS["Down"])
+    type_every_byte(session, failures, "line=[ar] cursor=2 browsing=0 index=0 "
+                    "saved=[] history=[args xy|args 1|args xy] screen=1", b"",
+                    True)
+    session.close()
+    return failures
+
+
+# Ten command lines of ten keys, covering editing, history, completion and
+# every outcome of dispatch; N is the round's last digit.
+ROUND = words(
+    '"args a" N Left Right Enter "ret 0" Home End Left Right Enter '
+    '"ret 1x" Backspace Left Right Enter "nope" Left Left End Home Right Enter '
+    '"args?" Home End Left Right Enter Up Up Down End Home End Left Right '
+    'Backspace Enter "ar" Tab " xyz" Left Right Enter "  " Backspace Backspace '
+    'Left Right Home End Backspace Enter "hel" Tab Backspace Backspace '
+    'Backspace Backspace "x" Enter "args " PgUp PgDn Left Right Enter')
+
+
+def soak():
+    session = Session(host(), raw_input=True)
+    failures = []
+    for round in range(1000):
+        digit = {"N": b"%d" % (round % 10)}
+        session.type(b"".join(token_bytes(key, digit) for key in ROUND))
+        if round == 99:
+            peak_at_1000 = session.peak_resident_kib()
+    peak = session.peak_resident_kib()
+    print(f"peak RSS of the host: {peak_at_1000} KiB after 1,000 commands, "
+          f"{peak} KiB after 10,000")
+    # Past the first thousand commands the history is full and nothing else
+    # grows: a few pages for the allocator, none with ASan's quarantine.
+    if not os.environ.get("ZELCLI_TEST_ASAN") and peak - peak_at_1000 > 64:
+        failures.append(f"memory grew by {peak - peak_at_1000} KiB")
+    # Each round stores, newest first, "args " (Page Up and Down came back to
+    # it), "args xyz", "ret " (a recalled line edited), "ret 1", "ret 0" and
+    # "args aN"; only the newest twenty lines stay.
+    newest = "args |args xyz|ret |ret 1|ret 0|args a"
+    check(failures, "history", f"[{newest}9|{newest}8|{newest}7|args |args xyz]",
+          fields(session.ask(b"?"))["history"])
+    type_text(session, b"exit\r")
+    check(failures, "exit", True, session.exited_cleanly())
+    session.close()
+    return failures
+
+
+class Pos(ctypes.Structure):
+    _fields_ = [("row", ctypes.c_int), ("col", ctypes.c_int)]
+
+
+class Cell(ctypes.Structure):  # libvterm's VTermScreenCell
+    _fields_ = [("chars", ctypes.c_uint32 * 6), ("width", ctypes.c_char),
+                ("attrs", ctypes.c_uint32), ("fg", ctypes.c_uint8 * 4),
+                ("bg", ctypes.c_uint8 * 4)]
+
+
+class Screen:
+    # An 80x24 terminal emulator (libvterm) fed what the host writes, in
+    # newline mode: a line feed starts a new line, as a terminal that
+    # post-processes output shows it.
+
+    def __init__(self):
+        self.vterm = ctypes.CDLL("libvterm.so.0")
+        for name in ("vterm_new", "vterm_obtain_screen", "vterm_obtain_state"):
+            getattr(self.vterm, name).restype = ctypes.c_void_p
+        self.terminal = ctypes.c_void_p(self.vterm.vterm_new(24, 80))
+        self.screen = ctypes.c_void_p(
+            self.vterm.vterm_obtain_screen(self.terminal))
+        self.vterm.vterm_screen_reset(self.screen, 1)
+        self.feed(b"\x1b[20h")
+
+    def feed(self, data):
+        self.vterm.vterm_input_write(self.terminal, data, len(data))
+
+    def rows(self, red_only=False):
+        # The rows down to the last that is not blank, without trailing
+        # blanks; with red_only every cell not shown in red as a blank.
+        rows, cell = [], Cell()
+        for row in range(24):
+            line = ""
+            for col in range(80):
+                self.vterm.vterm_screen_get_cell(self.screen, Pos(row, col),
+                                                 ctypes.byref(cell))
+                red = cell.fg[0] & 1 and cell.fg[1] == 1  # indexed colour 1
+                shown = cell.chars[0] and (red or not red_only)
+                line += chr(cell.chars[0]) if shown else " "
+            rows.append(line.rstrip())
+        while rows and not rows[-1]:
+            rows.pop()
+        return rows
+
+    def state(self):
+        cursor = Pos()
+        self.vterm.vterm_state_get_cursorpos(
+            ctypes.c_void_p(self.vterm.vterm_obtain_state(self.terminal)),
+            ctypes.byref(cursor))
+        return f"cursor={cursor.row},{cursor.col} red=[{'|'.join(self.rows(True))}]"
+
+
+def guide(program):
+    # On SIGTERM the recipe's host puts the terminal's mode back and exits,
+    # while the session still waits for a key with echo off.
+    failures = []
+    session = Session([program])
+    both = termios.ICANON | termios.ECHO
+    check(failures, "modes while waiting", 0, session.local_modes() & both)
+    os.kill(session.pid, signal.SIGTERM)
+    session.wait_for_exit()
+    check(failures, "exit", True, session.exited_cleanly())
+    check(failures, "modes after", both, session.local_modes() & both)
+    session.close()
+    return failures
+
+
+def main(command, *arguments):
+    if command == "transcript":
+        path = os.path.join(TRANSCRIPTS, arguments[0])
+        failed = play(path, arguments[1])
+    else:
+        failures = {"sweep": sweep, "soak": soak,
+                    "guide": guide}[command](*arguments)
+        for failure in failures:
+            print("FAILED:", failure)
+        failed = len(failures)
+    print("ok" if not failed else f"{failed} failed")
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))
