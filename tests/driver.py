@@ -30,14 +30,12 @@ PATIENCE = 60  # seconds; generous for loaded machines and emulators
 
 def read_available(fd):
     data = b""
-    while True:
-        try:
-            chunk = os.read(fd, 65536)
-        except (BlockingIOError, OSError):  # EIO once the other side is gone
-            return data
-        if not chunk:
-            return data
-        data += chunk
+    try:
+        while chunk := os.read(fd, 65536):
+            data += chunk
+    except OSError:  # nothing more now, or EIO once the other side is gone
+        pass
+    return data
 
 
 def in_poll(pid):

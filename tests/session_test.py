@@ -133,12 +133,17 @@ def load(path):
     return scenarios
 
 
-def play(path, name):
-    scenario = load(path)[name]
+def check(failures, what, expected, actual):
+    if expected != actual:
+        failures.append(f"{what}\n  expected: {expected}\n  actual:   {actual}")
+
+
+def transcript(file, name):
+    scenario = load(os.path.join(TRANSCRIPTS, file))[name]
     session = Session(host(*scenario["options"]))
     view = Screen()
     view.feed(session.startup_output)
-    failures = 0
+    failures = []
     for number, keys, expected, wanted in scenario["rows"]:
         written, state = b"", None
         for key in keys:
@@ -152,35 +157,23 @@ def play(path, name):
             elif key.startswith("@"):
                 state = session.ask(key[1:].encode())
             else:
-                keys_typed = [bytes([byte]) for byte in token_bytes(key, {})] \
-                    if key.startswith('"') else [token_bytes(key, {})]
-                for typed in keys_typed:
-                    output = session.type(typed)
+                typed = token_bytes(key, {})
+                for one in [typed[i:i + 1] for i in range(len(typed))] \
+                        if key.startswith('"') else [typed]:
+                    output = session.type(one)
                     view.feed(output)
                     written += output
-        where = f"{os.path.basename(path)}:{number}: {' '.join(keys)}"
-        if written != expected and expected != ...:
-            failures += 1
-            print(f"FAILED at {where}\n  expected: {visible(expected)}\n"
-                  f"  actual:   {visible(written)}")
-        if wanted:
-            actual = fields(state or session.ask(b"?"))
-            for field, value in wanted.items():
-                if actual.get(field) != value:
-                    failures += 1
-                    print(f"FAILED at {where}\n  expected: {field}={value}\n"
-                          f"  actual:   {field}={actual.get(field)}")
+        where = f"{file}:{number}: {' '.join(keys)}"
+        if expected is not ...:
+            check(failures, where, visible(expected), visible(written))
+        actual = fields(state or session.ask(b"?")) if wanted else {}
+        for field, value in wanted.items():
+            check(failures, f"{where} ({field})", value, actual.get(field))
     if session.exited() and not session.exited_cleanly():
-        failures += 1
-        print("FAILED: the host did not exit cleanly:\n" +
-              session.take_log().decode("latin-1"))
+        failures.append("the host did not exit cleanly:\n" +
+                        session.take_log().decode("latin-1"))
     session.close()
     return failures
-
-
-def check(failures, what, expected, actual):
-    if expected != actual:
-        failures.append(f"{what}\n  expected: {expected}\n  actual:   {actual}")
 
 
 KEY_BYTES = b"\x02\x06\x08\x09\x0a\x0d\x0e\x10\x1b\x7f"
@@ -350,17 +343,12 @@ def guide(program):
 
 
 def main(command, *arguments):
-    if command == "transcript":
-        path = os.path.join(TRANSCRIPTS, arguments[0])
-        failed = play(path, arguments[1])
-    else:
-        failures = {"sweep": sweep, "soak": soak,
-                    "guide": guide}[command](*arguments)
-        for failure in failures:
-            print("FAILED:", failure)
-        failed = len(failures)
-    print("ok" if not failed else f"{failed} failed")
-    return 1 if failed else 0
+    failures = {"transcript": transcript, "sweep": sweep, "soak": soak,
+                "guide": guide}[command](*arguments)
+    for failure in failures:
+        print("FAILED at", failure)
+    print(f"{len(failures)} failed" if failures else "ok")
+    return 1 if failures else 0
 
 
 if __name__ == "__main__":
