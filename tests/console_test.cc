@@ -29,11 +29,18 @@ class StdinPipe {
   }
   ~StdinPipe() {
     dup2(saved_, STDIN_FILENO);
-    for (int fd : {saved_, ends_[0], ends_[1]}) close(fd);
+    for (int fd : {saved_, ends_[0], ends_[1]}) {
+      if (fd >= 0) close(fd);
+    }
   }
   void Send(const std::string& bytes) {
     EXPECT_EQ(write(ends_[1], bytes.data(), bytes.size()),
               static_cast<ssize_t>(bytes.size()));
+  }
+  // Closes the writing end, as a writer that has gone.
+  void HangUp() {
+    close(ends_[1]);
+    ends_[1] = -1;
   }
 
  private:
@@ -106,30 +113,30 @@ TEST(TerminalIo, WakeUpDescriptorLivesWithTheConsole) {
 
 TEST(TerminalIo, EndOfFileAndHangUp) {
   Console console;
-  int saved = dup(STDIN_FILENO);
-  // A regular file at its end: every read fails, 255.
-  FILE* file = std::tmpfile();
-  std::fputc('z', file);
-  std::rewind(file);
-  dup2(fileno(file), STDIN_FILENO);
-  EXPECT_EQ(console.ReadChar(), 'z');
-  EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
-  EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
-  std::fclose(file);
+  {
+    // A regular file at its end: every read fails, 255.
+    int saved = dup(STDIN_FILENO);
+    FILE* file = std::tmpfile();
+    std::fputc('z', file);
+    std::rewind(file);
+    dup2(fileno(file), STDIN_FILENO);
+    EXPECT_EQ(console.ReadChar(), 'z');
+    EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
+    EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
+    dup2(saved, STDIN_FILENO);
+    close(saved);
+    std::fclose(file);
+  }
   // A pipe whose writer has gone reports a hang-up: 0 at once, and what the
   // pipe still holds is never read.
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  ASSERT_EQ(write(ends[1], "y", 1), 1);
-  close(ends[1]);
-  dup2(ends[0], STDIN_FILENO);
+  StdinPipe input;
+  input.Send("y");
+  input.HangUp();
   EXPECT_EQ(console.ReadChar(), 0);
   EXPECT_EQ(console.ReadChar(), 0);
-  char left = 0;
-  EXPECT_EQ(read(ends[0], &left, 1), 1);
-  close(ends[0]);
-  dup2(saved, STDIN_FILENO);
-  close(saved);
+  int unread = 0;
+  ioctl(STDIN_FILENO, FIONREAD, &unread);
+  EXPECT_EQ(unread, 1);
 }
 
 struct Key {

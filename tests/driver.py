@@ -95,6 +95,10 @@ class Session:
         self._wait_for_key(switches, wanted)
         return self._take_output()
 
+    def type_text(self, text):
+        # Types each byte of `text` as a key of its own.
+        return b"".join(self.type(text[i:i + 1]) for i in range(len(text)))
+
     def ask(self, request):
         # Sends a request (see host.cc) and returns the state line it is
         # answered with, without "state " and the line feed.

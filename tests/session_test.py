@@ -158,11 +158,10 @@ def transcript(file, name):
                 state = session.ask(key[1:].encode())
             else:
                 typed = token_bytes(key, {})
-                for one in [typed[i:i + 1] for i in range(len(typed))] \
-                        if key.startswith('"') else [typed]:
-                    output = session.type(one)
-                    view.feed(output)
-                    written += output
+                output = session.type_text(typed) if key.startswith('"') \
+                    else session.type(typed)
+                view.feed(output)
+                written += output
         where = f"{file}:{number}: {' '.join(keys)}"
         if expected is not ...:
             check(failures, where, visible(expected), visible(written))
@@ -209,25 +208,21 @@ def type_every_byte(session, failures, state, tail, list_open):
         check(failures, visible(key) + " log", logged, session.take_log())
 
 
-def type_text(session, text):
-    return b"".join(session.type(bytes([byte])) for byte in text)
-
-
 def sweep():
     session = Session(host("--cmd", "argz", "x", "y"))
     failures = []
-    type_text(session, b"args xy")
+    session.type_text(b"args xy")
     session.type(KEYS["Left"])
     session.type(KEYS["Left"])
     type_every_byte(session, failures, "line=[args xy] cursor=5 browsing=0 "
                     "index=0 saved=[] history=[] screen=none", b"xy", False)
-    type_text(session, b"\rargs 1\r")
+    session.type_text(b"\rargs 1\r")
     session.type(KEYS["Up"])
     session.type(KEYS["Up"])
     type_every_byte(session, failures, "line=[args xy] cursor=7 browsing=1 "
                     "index=1 saved=[] history=[args 1|args xy] screen=none",
                     b"", False)
-    type_text(session, b"\rar\t")
+    session.type_text(b"\rar\t")
     session.type(KEYS["Down"])
     type_every_byte(session, failures, "line=[ar] cursor=2 browsing=0 index=0 "
                     "saved=[] history=[args xy|args 1|args xy] screen=1", b"",
@@ -268,7 +263,7 @@ def soak():
     newest = "args |args xyz|ret |ret 1|ret 0|args a"
     check(failures, "history", f"[{newest}9|{newest}8|{newest}7|args |args xyz]",
           fields(session.ask(b"?"))["history"])
-    type_text(session, b"exit\r")
+    session.type_text(b"exit\r")
     check(failures, "exit", True, session.exited_cleanly())
     session.close()
     return failures
