@@ -1,7 +1,5 @@
 // The console on its own, in this process, with standard input replaced: the
-// wake-up from another thread and its descriptor, inputs that end, and the
-// decoding that the session cannot show (the keys it ignores, the character
-// of a sequence, the bytes a sequence consumes).
+// wake-up from another thread and its descriptor, and inputs that end.
 #include <cli/console.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
@@ -17,8 +15,6 @@
 namespace zel {
 namespace cli {
 namespace {
-
-using KeyType = Console::KeyType;
 
 // A pipe in place of standard input while it lives.
 class StdinPipe {
@@ -48,20 +44,12 @@ class StdinPipe {
   int ends_[2] = {-1, -1};
 };
 
-// Whether thread `tid` waits in poll() or ppoll() now.
-bool InPoll(pid_t tid) {
-  std::ifstream file("/proc/self/task/" + std::to_string(tid) + "/syscall");
-  long number = -1;
-  file >> number;
-#ifdef ZELCLI_TEST_KERNEL_POLL_CALLS
-  for (long call : {ZELCLI_TEST_KERNEL_POLL_CALLS}) {
-    if (number == call) return true;
-  }
-#endif
-#ifdef SYS_poll
-  if (number == SYS_poll) return true;
-#endif
-  return number == SYS_ppoll;
+// Whether thread `tid` sleeps; the reader below can only sleep in poll().
+bool Sleeps(pid_t tid) {
+  std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+  std::string pid, name, state;
+  stat >> pid >> name >> state;
+  return state == "S";
 }
 
 TEST(TerminalIo, StopReadWakesABlockedReadForGood) {
@@ -73,7 +61,7 @@ TEST(TerminalIo, StopReadWakesABlockedReadForGood) {
     tid = static_cast<pid_t>(syscall(SYS_gettid));
     woken = console.ReadChar();
   });
-  while (tid == 0 || !InPoll(tid)) std::this_thread::yield();
+  while (tid == 0 || !Sleeps(tid)) std::this_thread::yield();
   console.StopRead();
   reader.join();
   EXPECT_EQ(woken, 0);
@@ -137,52 +125,6 @@ TEST(TerminalIo, EndOfFileAndHangUp) {
   int unread = 0;
   ioctl(STDIN_FILENO, FIONREAD, &unread);
   EXPECT_EQ(unread, 1);
-}
-
-struct Key {
-  std::string input;
-  uint16_t character;
-  KeyType type;
-  int unread;  // bytes of `input` the key leaves behind
-};
-
-TEST(KeyDecoding, EscapeSequences) {
-  // What the record holds before a key is decoded into it.
-  constexpr uint16_t kBefore = 0xAB;
-  // Each sequence gives the blank as its character; the types of those the
-  // session ignores show only here.
-  const Key keys[] = {
-      {"\x1b[A", ' ', KeyType::Up, 0},
-      {"\x1b[2~", ' ', KeyType::Insert, 0},
-      {"\x1b[3~", ' ', KeyType::Delete, 0},
-      {"\x1b[1;5D", ' ', KeyType::CtrlLeft, 0},
-      {"\x1b[1;5C", ' ', KeyType::CtrlRight, 0},
-      // Repeated ESC bytes are skipped; ESC and any byte but '[' type that
-      // byte, a control byte too.
-      {"\x1b\x1b\x1b[A", ' ', KeyType::Up, 0},
-      {"\x1b\r", '\r', KeyType::Character, 0},
-      // A match ends the sequence, and a prefix is no match.
-      {"\x1b[Ab", ' ', KeyType::Up, 1},
-      {"\x1b[1~~", ' ', KeyType::Home, 1},
-      // Four bytes that match nothing give None, keep the character, and are
-      // gone: an unknown sequence swallows the keys after it.
-      {"\x1b[1;5X", kBefore, KeyType::None, 0},
-      {"\x1b[Zabcd", kBefore, KeyType::None, 1},
-  };
-  StdinPipe input;
-  Console console;
-  for (const Key& key : keys) {
-    SCOPED_TRACE(key.input.substr(1));
-    input.Send(key.input);
-    Console::KeyInfo info = {kBefore, KeyType::Home};
-    console.ReadKey(&info);
-    EXPECT_EQ(info.character, key.character);
-    EXPECT_EQ(info.type, key.type);
-    int unread = -1;
-    ioctl(STDIN_FILENO, FIONREAD, &unread);
-    EXPECT_EQ(unread, key.unread);
-    for (; unread > 0; --unread) console.ReadChar();
-  }
 }
 
 }  // namespace

@@ -10,14 +10,14 @@
 # The terminal is 80x24 and starts from the kernel's defaults less output
 # post-processing, CR-to-LF translation, flow control, signal keys and
 # extended input processing, so the bytes on both sides are the programs'
-# own. The host's standard error is a pipe of its own, and its
-# descriptor 3 the read end of a request pipe (see host.cc).
-#
+# own. The host's standard error is a pipe of its own, and its descriptor 3 a
+# socket for requests and their answers (see host.cc).
 
 import fcntl
 import os
 import platform
 import signal
+import socket
 import struct
 import termios
 import time
@@ -38,14 +38,6 @@ def read_available(fd):
     return data
 
 
-def in_poll(pid):
-    try:
-        with open(f"/proc/{pid}/syscall") as call:
-            return int(call.read().split()[0]) in POLL_CALLS
-    except (OSError, ValueError, IndexError):  # "running", or gone
-        return False
-
-
 class Session:
     def __init__(self, argv, raw_input=False):
         self.master, self.slave = os.openpty()
@@ -55,25 +47,25 @@ class Session:
         mode[0] &= ~(termios.ICRNL | termios.INLCR | termios.IGNCR |
                      termios.IXON | termios.IXOFF)
         mode[1] &= ~termios.OPOST
-        mode[3] &= ~(termios.ISIG | termios.IEXTEN)
-        if raw_input:
-            mode[3] &= ~(termios.ICANON | termios.ECHO)
+        mode[3] &= ~(termios.ISIG | termios.IEXTEN |
+                     (termios.ICANON | termios.ECHO if raw_input else 0))
         termios.tcsetattr(self.slave, termios.TCSANOW, mode)
         self.errors, errors_end = os.pipe()
-        requests_end, self.requests = os.pipe()
+        self.control, control_end = socket.socketpair()
         self.pid = os.fork()
         if self.pid == 0:
             os.setsid()
             fcntl.ioctl(self.slave, termios.TIOCSCTTY, 0)
             for fd, target in ((self.slave, 0), (self.slave, 1),
-                               (errors_end, 2), (requests_end, 3)):
+                               (errors_end, 2), (control_end.fileno(), 3)):
                 os.dup2(fd, target)
             os.closerange(4, 1024)
             os.execv(argv[0], argv)
         os.close(errors_end)
-        os.close(requests_end)
-        os.set_blocking(self.master, False)
-        os.set_blocking(self.errors, False)
+        control_end.close()
+        self.answers = self.control.makefile("rb")
+        for fd in (self.master, self.errors):
+            os.set_blocking(fd, False)
         self.status = None
         self.output = self.log = b""
         self._wait_for_key(-1, 0)
@@ -83,8 +75,10 @@ class Session:
         if not self.exited():
             os.kill(self.pid, signal.SIGKILL)
             os.waitpid(self.pid, 0)
-        for fd in (self.master, self.slave, self.errors, self.requests):
+        for fd in (self.master, self.slave, self.errors):
             os.close(fd)
+        self.answers.close()
+        self.control.close()
 
     def type(self, keys):
         # Sends `keys` in one write and returns what the host wrote until
@@ -101,18 +95,12 @@ class Session:
 
     def ask(self, request):
         # Sends a request (see host.cc) and returns the state line it is
-        # answered with, without "state " and the line feed.
-        os.write(self.requests, request)
-        self._wait_until("answer a request", lambda: b"state " in self.log and
-                         b"\n" in self.log[self.log.index(b"state "):])
-        start = self.log.index(b"state ")
-        end = self.log.index(b"\n", start)
-        line, self.log = self.log[start + 6:end], self.log[:start] + self.log[end + 1:]
-        return line.decode("latin-1")
+        # answered with, once the host has done it.
+        self.control.sendall(request)
+        return self.answers.readline().decode("latin-1").rstrip("\n")
 
     def take_log(self):
-        # Standard error written since the last call, state lines left
-        # out.
+        # Standard error written since the last call.
         self._collect()
         log, self.log = self.log, b""
         return log
@@ -125,7 +113,6 @@ class Session:
 
     def wait_for_exit(self):
         self._wait_until("exit", self.exited)
-        return self._take_output()
 
     def exited(self):
         if self.status is None:
@@ -145,6 +132,13 @@ class Session:
                     return int(line.split()[1])
         return -1
 
+    def _in_poll(self):
+        try:
+            with open(f"/proc/{self.pid}/syscall") as call:
+                return int(call.read().split()[0]) in POLL_CALLS
+        except (OSError, ValueError, IndexError):  # "running", or gone
+            return False
+
     def _wait_for_key(self, switches_before, bytes_read):
         # The host must have read every key (its read count includes its
         # requests, a byte each), slept since they were sent, so that a poll()
@@ -156,7 +150,7 @@ class Session:
                 self._field("io", "rchar") >= bytes_read and
                 self._field("status", "voluntary_ctxt_switches") > switches_before
                 and unread == 0 and not self.local_modes() & termios.ICANON
-                and in_poll(self.pid))
+                and self._in_poll())
         self._wait_until("wait for a key", waiting)
 
     def _collect(self):

@@ -10,6 +10,9 @@
 //   boom          throws std::runtime_error("boom")
 //   colours       sets each colour value 0 to 8 in turn
 //   mode          prints whether the terminal echoes and reads whole lines
+//   keys N        reads N keys with a console of its own, each into a record
+//                 that held character 171 and Home, and prints the type and
+//                 character it holds then, as numbers
 // --cmd adds a command without a function. --stdout-closed makes every write
 // to standard output fail, with a descriptor open only for reading in its
 // place.
@@ -17,18 +20,17 @@
 // it has no wake-up descriptor. --failing-copy registers a command whose copy
 // runs out of memory, so AddCmdList() throws after the commands before it.
 //
-// Descriptor 3 takes requests, one byte each, answered on stderr with the
-// session's state line once done:
+// Descriptor 3, a socket, takes requests, one byte each, and answers each with
+// the session's state line once done:
 //   ?  nothing else
 //   s  console_.StopRead()
 //   f  the session thread's next allocation throws std::bad_alloc
 // The state line:
-//   state line=[LINE] cursor=N browsing=0|1 index=N saved=[LINE]
+//   line=[LINE] cursor=N browsing=0|1 index=N saved=[LINE]
 //         history=[NEWEST|...|OLDEST] screen=none|SELECTED
 // Requests are sent only while the session waits for a key, so nothing
-// changes under them. Log lines reach stderr too (LOG_PERROR).
+// changes under them. Log lines go to stderr too (LOG_PERROR).
 #include <cli/cmd_line_interface.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <syslog.h>
@@ -56,7 +58,7 @@ class CmdLineInterfacePeer {
       history += (history.empty() ? "" : "|") + entry;
     }
     const CmdLineInterface::CandidateScreen* screen = cli.candidate_screen_;
-    return "state line=[" + cli.line_ +
+    return "line=[" + cli.line_ +
            "] cursor=" + std::to_string(cli.cursor_) +
            " browsing=" + std::to_string(cli.history_browsing_) +
            " index=" + std::to_string(cli.history_index_) + " saved=[" +
@@ -91,28 +93,20 @@ struct FailsToCopy {
 
 }  // namespace
 
-// The allocation functions this host stands in front of: the C++ library's,
-// or a sanitizer's.
-template <typename Function>
-Function Next(const char* name) {
-  return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
 // Counts the session thread's allocations that are still live, and fails
 // one on request.
 void* operator new(size_t size) {
-  static const auto next =
-      Next<void* (*)(size_t)>(sizeof(size_t) == 8 ? "_Znwm" : "_Znwj");
   if (session_thread) {
     if (fail_next_allocation.exchange(false)) throw std::bad_alloc();
     ++live_allocations;
   }
-  return next(size);
+  void* memory = std::malloc(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
 }
 void operator delete(void* memory) noexcept {
-  static const auto next = Next<void (*)(void*)>("_ZdlPv");
   if (session_thread && memory != nullptr) --live_allocations;
-  next(memory);
+  std::free(memory);
 }
 void operator delete(void* memory, size_t) noexcept { operator delete(memory); }
 
@@ -157,6 +151,17 @@ int main(int argc, char** argv) {
                      (mode.c_lflag & ECHO) != 0);
          return Result::Success;
        }},
+      {"keys", "decode keys", "N",
+       [](int, char** words) {
+         Console console;
+         for (int i = std::atoi(words[1]); i > 0; --i) {
+           Console::KeyInfo key = {171, Console::KeyType::Home};
+           console.ReadKey(&key);
+           std::printf("%u %u\n", static_cast<unsigned>(key.type),
+                       key.character);
+         }
+         return Result::Success;
+       }},
   };
   const char* head = nullptr;
   const char* greeting = nullptr;
@@ -191,7 +196,7 @@ int main(int argc, char** argv) {
       if (request == 's') session->console_.StopRead();
       if (request == 'f') fail_next_allocation = true;
       std::string state = zel::cli::CmdLineInterfacePeer::State(*session);
-      if (write(STDERR_FILENO, state.data(), state.size()) < 0) break;
+      if (write(3, state.data(), state.size()) < 0) break;
     }
   }).detach();
   long live_before = live_allocations;

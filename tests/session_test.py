@@ -1,7 +1,6 @@
 # The session tests: the test host (host.cc) driven on a pseudo-terminal.
 #
 #   session_test.py transcript FILE NAME   plays one scenario of a transcript
-#   session_test.py sweep                  every byte in every state
 #   session_test.py soak                   10,000 commands, memory flat
 #   session_test.py guide PROGRAM          the guide's SIGTERM recipe
 #
@@ -20,42 +19,43 @@
 # SP DEL; RED (ESC[31m) and RESET (ESC[0m); ESC[1F or any ESC[...; 0xNN; a name
 # from let; any of these followed by *N for N of them; "-" alone for nothing,
 # "..." alone for bytes not checked.
-# KEYS are such tokens, each typed as one key (quoted text a key per
-# character), or key names (Up, Down, Left, Right, Home, End, PgUp, PgDn,
+# KEYS are such tokens, each typed as one key in one write (quoted text a key
+# per character), or key names (Up, Down, Left, Right, Home, End, PgUp, PgDn,
 # Insert, Delete, CtrlLeft, CtrlRight, Tab, Enter, Backspace, Ctrl-X); and
 #   start    no key: what the host wrote before it first waited for a key
 #   log      no key: what the host logged since the last row
-#   screen   no key: what a terminal (libvterm, 80x24) fed all of the host's
-#            output shows, its rows down to the last that is not blank; its
-#            FIELDS are cursor=ROW,COLUMN and red=[ROW|ROW...], the rows with
-#            only the red cells shown
+#   screen   no key: what a terminal (pyte, 80x24) fed all of the host's output
+#            shows, its rows down to the last that is not blank; its FIELDS
+#            are cursor=ROW,COLUMN and red=[ROW|ROW...], the rows with only
+#            the red cells shown
+#   sweep    every byte value that is not a key of its own, typed from the
+#            state the host is in: a printable byte is inserted and taken out
+#            again with Backspace, unless the candidate list is open, which
+#            swallows it; any other byte is an unknown key, logged, that
+#            writes and changes nothing. The state must be the same after each.
 #   @X       request X to the host (host.cc), nothing typed
 # Other FIELDS are those of the host's state line: line=[...] cursor=N
 # browsing=0|1 index=N saved=[...] history=[NEWEST|...] screen=none|N.
-#
 
-import ctypes
 import os
 import re
 import signal
 import sys
 import termios
 
+import pyte
+
 from driver import Session
 
-TRANSCRIPTS = os.path.join(os.path.dirname(os.path.abspath(__file__)),
-                           "transcripts")
 BYTES = {"NUL": b"\0", "BS": b"\b", "TAB": b"\t", "LF": b"\n", "CR": b"\r",
          "ESC": b"\x1b", "SP": b" ", "DEL": b"\x7f", "RED": b"\x1b[31m",
-         "RESET": b"\x1b[0m"}
-KEYS = {"Up": b"\x1b[A", "Down": b"\x1b[B", "Right": b"\x1b[C",
-        "Left": b"\x1b[D", "Home": b"\x1b[H", "End": b"\x1b[F",
-        "PgUp": b"\x1b[5~", "PgDn": b"\x1b[6~", "Insert": b"\x1b[2~",
-        "Delete": b"\x1b[3~", "CtrlLeft": b"\x1b[1;5D",
-        "CtrlRight": b"\x1b[1;5C", "Tab": b"\t", "Enter": b"\r",
-        "Backspace": b"\x7f"}
-NAMES = {value: name for name, value in BYTES.items()
-         if name not in ("SP", "RED", "RESET")}
+         "RESET": b"\x1b[0m", "Up": b"\x1b[A", "Down": b"\x1b[B",
+         "Right": b"\x1b[C", "Left": b"\x1b[D", "Home": b"\x1b[H",
+         "End": b"\x1b[F", "PgUp": b"\x1b[5~", "PgDn": b"\x1b[6~",
+         "Insert": b"\x1b[2~", "Delete": b"\x1b[3~",
+         "CtrlLeft": b"\x1b[1;5D", "CtrlRight": b"\x1b[1;5C", "Tab": b"\t",
+         "Enter": b"\r", "Backspace": b"\x7f"}
+NAMES = {BYTES[name]: name for name in "NUL BS TAB LF CR ESC DEL".split()}
 
 
 def words(text):
@@ -63,8 +63,7 @@ def words(text):
 
 
 def token_bytes(token, names):
-    repeat = re.fullmatch(r"(.*)\*(\d+)", token)
-    if repeat:
+    if repeat := re.fullmatch(r"(.*)\*(\d+)", token):
         return token_bytes(repeat[1], names) * int(repeat[2])
     if token.startswith('"'):
         return token[1:-1].encode("latin-1")
@@ -74,7 +73,7 @@ def token_bytes(token, names):
         return bytes([int(token, 16)])
     if token.startswith("Ctrl-"):
         return bytes([ord(token[5]) - 64])
-    return names.get(token) or KEYS.get(token) or BYTES[token]
+    return names.get(token) or BYTES[token]
 
 
 def visible(data):
@@ -85,16 +84,11 @@ def visible(data):
         if piece == b"\x1b[1F":
             out.append("ESC[1F")
         elif match[1] is None:
-            out.append('"' + piece.decode() + '"')
+            out.append(f'"{piece.decode()}"')
         else:
             name = NAMES.get(piece[:1], f"0x{piece[0]:02X}")
             out.append(name + (f"*{len(piece)}" if len(piece) > 1 else ""))
     return " ".join(out) or "-"
-
-
-def host(*options):
-    argv = os.environ["ZELCLI_TEST_HOST"].split() + list(options)
-    return os.environ.get("ZELCLI_TEST_VALGRIND", "").split() + argv
 
 
 def fields(text):
@@ -103,33 +97,26 @@ def fields(text):
 
 def load(path):
     # The scenarios of a transcript, by name.
-    scenarios, names, current = {}, {}, None
-    with open(path) as lines:
-        for number, text in enumerate(lines, 1):
-            if text.startswith("## "):
-                current = {"options": [], "rows": []}
-                scenarios[text[3:].strip()] = current
-                continue
-            parts = words(text)
-            if not parts or parts[0].startswith("#"):
-                continue
-            if parts[0] == "let":
-                names[parts[1]] = b"".join(token_bytes(t, names)
-                                           for t in parts[3:])
-            elif parts[0] == "host:":
-                # Options are words as they stand, quoted strings or names.
-                current["options"] = [
-                    token_bytes(w, names).decode("latin-1")
-                    if w.startswith('"') or w in names else w
-                    for w in parts[1:]]
-            else:
-                arrow = parts.index("=>")
-                bar = parts.index("|") if "|" in parts else len(parts)
-                expected = ... if parts[arrow + 1:bar] == ["..."] else b"".join(
-                    token_bytes(t, names) for t in parts[arrow + 1:bar] if t != "-")
-                state = text.split(" | ", 1)[1] if "|" in parts else ""
-                current["rows"].append((number, parts[:arrow], expected,
-                                        fields(state)))
+    scenarios, names = {}, {}
+    for number, text in enumerate(open(path), 1):
+        parts = words(text)
+        if text.startswith("## "):
+            current = scenarios[text[3:].strip()] = {"options": [], "rows": []}
+        elif not parts or parts[0].startswith("#"):
+            continue
+        elif parts[0] == "let":
+            names[parts[1]] = b"".join(token_bytes(t, names) for t in parts[3:])
+        elif parts[0] == "host:":
+            current["options"] = [token_bytes(w, names).decode("latin-1")
+                                  if w.startswith('"') or w in names else w
+                                  for w in parts[1:]]
+        else:
+            arrow = parts.index("=>")
+            bar = parts.index("|") if "|" in parts else len(parts)
+            expected = ... if parts[arrow + 1:bar] == ["..."] else b"".join(
+                token_bytes(t, names) for t in parts[arrow + 1:bar] if t != "-")
+            state = text.split(" | ", 1)[1] if bar < len(parts) else ""
+            current["rows"].append((number, parts[:arrow], expected, fields(state)))
     return scenarios
 
 
@@ -138,13 +125,24 @@ def check(failures, what, expected, actual):
         failures.append(f"{what}\n  expected: {expected}\n  actual:   {actual}")
 
 
+def host(*options, **session_options):
+    argv = os.environ["ZELCLI_TEST_HOST"].split() + list(options)
+    return Session(os.environ.get("ZELCLI_TEST_VALGRIND", "").split() + argv,
+                   **session_options)
+
+
 def transcript(file, name):
-    scenario = load(os.path.join(TRANSCRIPTS, file))[name]
-    session = Session(host(*scenario["options"]))
-    view = Screen()
-    view.feed(session.startup_output)
+    transcripts = os.path.join(os.path.dirname(os.path.abspath(__file__)),
+                               "transcripts")
+    scenario = load(os.path.join(transcripts, file))[name]
+    session = host(*scenario["options"])
+    screen = pyte.Screen(80, 24)
+    screen.set_mode(pyte.modes.LNM)  # a line feed starts a new line
+    terminal = pyte.ByteStream(screen)
+    terminal.feed(session.startup_output)
     failures = []
     for number, keys, expected, wanted in scenario["rows"]:
+        where = f"{file}:{number}: {' '.join(keys)}"
         written, state = b"", None
         for key in keys:
             if key == "start":
@@ -152,17 +150,19 @@ def transcript(file, name):
             elif key == "log":
                 written += session.take_log()
             elif key == "screen":
-                written += "\n".join(view.rows()).encode("latin-1")
-                state = view.state()
+                written += shown(screen).encode("latin-1")
+                state = f"cursor={screen.cursor.y},{screen.cursor.x} " \
+                        f"red=[{shown(screen, 'red').replace(chr(10), '|')}]"
+            elif key == "sweep":
+                type_every_byte(session, failures, where)
             elif key.startswith("@"):
                 state = session.ask(key[1:].encode())
             else:
                 typed = token_bytes(key, {})
                 output = session.type_text(typed) if key.startswith('"') \
                     else session.type(typed)
-                view.feed(output)
+                terminal.feed(output)
                 written += output
-        where = f"{file}:{number}: {' '.join(keys)}"
         if expected is not ...:
             check(failures, where, visible(expected), visible(written))
         actual = fields(state or session.ask(b"?")) if wanted else {}
@@ -175,60 +175,43 @@ def transcript(file, name):
     return failures
 
 
+def shown(screen, colour=None):
+    # The rows down to the last that is not blank, without trailing blanks;
+    # with a colour, only the cells in it.
+    rows = ["".join(cell.data if colour in (None, cell.fg) else " "
+                    for cell in (screen.buffer[y][x] for x in range(80))).rstrip()
+            for y in range(24)]
+    return "\n".join(rows).rstrip("\n")
+
+
 KEY_BYTES = b"\x02\x06\x08\x09\x0a\x0d\x0e\x10\x1b\x7f"
 UNKNOWN = (b"host: void zel::cli::Console::GetKeyInfoFromAscii(char, "
            b"zel::cli::Console::KeyInfo*) 165: GetKeyInfoFromAscii 165 : "
            b"unknown key [0x%x] found\n")
 
 
-def type_every_byte(session, failures, state, tail, list_open):
-    # From `state`, types every byte value that is not a key of its own,
-    # with the cursor before `tail`. A printable byte is inserted (and taken
-    # out again with Backspace) unless the candidate list is open, which
-    # swallows it; any other byte is an unknown key, logged, that writes and
-    # changes nothing. Left and Right are ignored while the list is open.
-    check(failures, "state", state, session.ask(b"?"))
+def type_every_byte(session, failures, where):
+    state = session.ask(b"?")
+    line, cursor = fields(state)["line"][1:-1], int(fields(state)["cursor"])
+    tail, back = line[cursor:].encode(), b"\b" * (len(line) - cursor)
+    list_open = fields(state)["screen"] != "none"
     session.take_log()
-    back = b"\b" * len(tail)
     for byte in range(256):
-        key = bytes([byte])
+        key, what = bytes([byte]), f"{where}: {visible(bytes([byte]))}"
         if key in KEY_BYTES and not (list_open and key in b"\x02\x06"):
             continue
         printable = 0x20 <= byte < 0x7F
         if printable and not list_open:
-            check(failures, visible(key), visible(key + tail + back),
+            check(failures, what, visible(key + tail + back),
                   visible(session.type(key)))
-            check(failures, visible(key) + " Backspace",
+            check(failures, what + " Backspace",
                   visible(b"\b" + tail + b" " + back + b"\b"),
                   visible(session.type(b"\x7f")))
         else:
-            check(failures, visible(key), "-", visible(session.type(key)))
-        check(failures, visible(key) + " state", state, session.ask(b"?"))
+            check(failures, what, "-", visible(session.type(key)))
+        check(failures, what + " state", state, session.ask(b"?"))
         logged = b"" if printable or key in KEY_BYTES else UNKNOWN % byte
-        check(failures, visible(key) + " log", logged, session.take_log())
-
-
-def sweep():
-    session = Session(host("--cmd", "argz", "x", "y"))
-    failures = []
-    session.type_text(b"args xy")
-    session.type(KEYS["Left"])
-    session.type(KEYS["Left"])
-    type_every_byte(session, failures, "line=[args xy] cursor=5 browsing=0 "
-                    "index=0 saved=[] history=[] screen=none", b"xy", False)
-    session.type_text(b"\rargs 1\r")
-    session.type(KEYS["Up"])
-    session.type(KEYS["Up"])
-    type_every_byte(session, failures, "line=[args xy] cursor=7 browsing=1 "
-                    "index=1 saved=[] history=[args 1|args xy] screen=none",
-                    b"", False)
-    session.type_text(b"\rar\t")
-    session.type(KEYS["Down"])
-    type_every_byte(session, failures, "line=[ar] cursor=2 browsing=0 index=0 "
-                    "saved=[] history=[args xy|args 1|args xy] screen=1", b"",
-                    True)
-    session.close()
-    return failures
+        check(failures, what + " log", logged, session.take_log())
 
 
 # Ten command lines of ten keys, covering editing, history, completion and
@@ -243,7 +226,7 @@ ROUND = words(
 
 
 def soak():
-    session = Session(host(), raw_input=True)
+    session = host(raw_input=True)
     failures = []
     for round in range(1000):
         digit = {"N": b"%d" % (round % 10)}
@@ -269,59 +252,6 @@ def soak():
     return failures
 
 
-class Pos(ctypes.Structure):
-    _fields_ = [("row", ctypes.c_int), ("col", ctypes.c_int)]
-
-
-class Cell(ctypes.Structure):  # libvterm's VTermScreenCell
-    _fields_ = [("chars", ctypes.c_uint32 * 6), ("width", ctypes.c_char),
-                ("attrs", ctypes.c_uint32), ("fg", ctypes.c_uint8 * 4),
-                ("bg", ctypes.c_uint8 * 4)]
-
-
-class Screen:
-    # An 80x24 terminal emulator (libvterm) fed what the host writes, in
-    # newline mode: a line feed starts a new line, as a terminal that
-    # post-processes output shows it.
-
-    def __init__(self):
-        self.vterm = ctypes.CDLL("libvterm.so.0")
-        for name in ("vterm_new", "vterm_obtain_screen", "vterm_obtain_state"):
-            getattr(self.vterm, name).restype = ctypes.c_void_p
-        self.terminal = ctypes.c_void_p(self.vterm.vterm_new(24, 80))
-        self.screen = ctypes.c_void_p(
-            self.vterm.vterm_obtain_screen(self.terminal))
-        self.vterm.vterm_screen_reset(self.screen, 1)
-        self.feed(b"\x1b[20h")
-
-    def feed(self, data):
-        self.vterm.vterm_input_write(self.terminal, data, len(data))
-
-    def rows(self, red_only=False):
-        # The rows down to the last that is not blank, without trailing
-        # blanks; with red_only every cell not shown in red as a blank.
-        rows, cell = [], Cell()
-        for row in range(24):
-            line = ""
-            for col in range(80):
-                self.vterm.vterm_screen_get_cell(self.screen, Pos(row, col),
-                                                 ctypes.byref(cell))
-                red = cell.fg[0] & 1 and cell.fg[1] == 1  # indexed colour 1
-                shown = cell.chars[0] and (red or not red_only)
-                line += chr(cell.chars[0]) if shown else " "
-            rows.append(line.rstrip())
-        while rows and not rows[-1]:
-            rows.pop()
-        return rows
-
-    def state(self):
-        cursor = Pos()
-        self.vterm.vterm_state_get_cursorpos(
-            ctypes.c_void_p(self.vterm.vterm_obtain_state(self.terminal)),
-            ctypes.byref(cursor))
-        return f"cursor={cursor.row},{cursor.col} red=[{'|'.join(self.rows(True))}]"
-
-
 def guide(program):
     # On SIGTERM the recipe's host puts the terminal's mode back and exits,
     # while the session still waits for a key with echo off.
@@ -338,7 +268,7 @@ def guide(program):
 
 
 def main(command, *arguments):
-    failures = {"transcript": transcript, "sweep": sweep, "soak": soak,
+    failures = {"transcript": transcript, "soak": soak,
                 "guide": guide}[command](*arguments)
     for failure in failures:
         print("FAILED at", failure)
