@@ -16,44 +16,26 @@ namespace zel {
 namespace cli {
 namespace {
 
-// A pipe in place of standard input while it lives.
-class StdinPipe {
+// `fd` in place of standard input while it lives.
+class Stdin {
  public:
-  StdinPipe() : saved_(dup(STDIN_FILENO)) {
-    EXPECT_EQ(pipe(ends_), 0);
-    dup2(ends_[0], STDIN_FILENO);
+  explicit Stdin(int fd) : saved_(dup(STDIN_FILENO)) {
+    dup2(fd, STDIN_FILENO);
+    close(fd);
   }
-  ~StdinPipe() {
+  ~Stdin() {
     dup2(saved_, STDIN_FILENO);
-    for (int fd : {saved_, ends_[0], ends_[1]}) {
-      if (fd >= 0) close(fd);
-    }
-  }
-  void Send(const std::string& bytes) {
-    EXPECT_EQ(write(ends_[1], bytes.data(), bytes.size()),
-              static_cast<ssize_t>(bytes.size()));
-  }
-  // Closes the writing end, as a writer that has gone.
-  void HangUp() {
-    close(ends_[1]);
-    ends_[1] = -1;
+    close(saved_);
   }
 
  private:
   int saved_;
-  int ends_[2] = {-1, -1};
 };
 
-// Whether thread `tid` sleeps; the reader below can only sleep in poll().
-bool Sleeps(pid_t tid) {
-  std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
-  std::string pid, name, state;
-  stat >> pid >> name >> state;
-  return state == "S";
-}
-
 TEST(TerminalIo, StopReadWakesABlockedReadForGood) {
-  StdinPipe input;
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  Stdin input(ends[0]);
   Console console;
   std::atomic<pid_t> tid{0};
   char woken = 'x';
@@ -61,16 +43,23 @@ TEST(TerminalIo, StopReadWakesABlockedReadForGood) {
     tid = static_cast<pid_t>(syscall(SYS_gettid));
     woken = console.ReadChar();
   });
-  while (tid == 0 || !Sleeps(tid)) std::this_thread::yield();
+  // Until the reader sleeps, which it can only do in poll().
+  for (std::string state; state != "S";) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::string pid, name;
+    stat >> pid >> name >> state;
+    std::this_thread::yield();
+  }
   console.StopRead();
   reader.join();
   EXPECT_EQ(woken, 0);
   // The wake-up is never drained: reads return at once from now on, but
   // input that waits comes first.
   EXPECT_EQ(console.ReadChar(), 0);
-  input.Send("k");
+  ASSERT_EQ(write(ends[1], "k", 1), 1);
   EXPECT_EQ(console.ReadChar(), 'k');
   EXPECT_EQ(console.ReadChar(), 0);
+  close(ends[1]);
 }
 
 // The counters of the wake-up descriptors this process has open.
@@ -103,23 +92,22 @@ TEST(TerminalIo, EndOfFileAndHangUp) {
   Console console;
   {
     // A regular file at its end: every read fails, 255.
-    int saved = dup(STDIN_FILENO);
     FILE* file = std::tmpfile();
     std::fputc('z', file);
     std::rewind(file);
-    dup2(fileno(file), STDIN_FILENO);
+    Stdin input(dup(fileno(file)));
+    std::fclose(file);
     EXPECT_EQ(console.ReadChar(), 'z');
     EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
     EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
-    dup2(saved, STDIN_FILENO);
-    close(saved);
-    std::fclose(file);
   }
   // A pipe whose writer has gone reports a hang-up: 0 at once, and what the
   // pipe still holds is never read.
-  StdinPipe input;
-  input.Send("y");
-  input.HangUp();
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "y", 1), 1);
+  close(ends[1]);
+  Stdin input(ends[0]);
   EXPECT_EQ(console.ReadChar(), 0);
   EXPECT_EQ(console.ReadChar(), 0);
   int unread = 0;

@@ -33,20 +33,19 @@ namespace cli {
 // Reaches into the session to break its state on purpose.
 class CmdLineInterfacePeer {
  public:
-  static void SetCursor(CmdLineInterface& cli, uint32_t cursor) {
-    cli.cursor_ = cursor;
+  static void InsertPastTheLine(CmdLineInterface& cli) {
+    std::string text = "x";
+    cli.cursor_ = 1;
+    cli.InsertString(text);
   }
-  static bool InsertString(CmdLineInterface& cli, std::string text) {
-    return cli.InsertString(text);
-  }
-  static bool ParseLine(CmdLineInterface& cli, const std::string& line) {
+  static void ParseLine(CmdLineInterface& cli, const std::string& line) {
     cli.line_ = line;
-    return cli.ParseLine();
+    cli.ParseLine();
   }
   // Opens a list with no candidates, which Tab never does, and chooses.
-  static bool SelectFromEmptyList(CmdLineInterface& cli) {
+  static void SelectFromEmptyList(CmdLineInterface& cli) {
     cli.candidate_screen_ = new CmdLineInterface::CandidateScreen({}, "", &cli);
-    return cli.candidate_screen_->Select();
+    cli.candidate_screen_->Select();
   }
 };
 
@@ -57,8 +56,7 @@ TEST(LineEditingDeathTest, CursorPastTheLineEndsTheProcess) {
       {
         openlog("invariant_death_test", LOG_PERROR, LOG_USER);
         CmdLineInterface cli;
-        CmdLineInterfacePeer::SetCursor(cli, 1);
-        CmdLineInterfacePeer::InsertString(cli, "x");
+        CmdLineInterfacePeer::InsertPastTheLine(cli);
       },
       "InsertString 467 : this should not happend\n"
       ".*cmd_line_interface.cc:468: bool "

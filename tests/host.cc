@@ -58,8 +58,7 @@ class CmdLineInterfacePeer {
       history += (history.empty() ? "" : "|") + entry;
     }
     const CmdLineInterface::CandidateScreen* screen = cli.candidate_screen_;
-    return "line=[" + cli.line_ +
-           "] cursor=" + std::to_string(cli.cursor_) +
+    return "line=[" + cli.line_ + "] cursor=" + std::to_string(cli.cursor_) +
            " browsing=" + std::to_string(cli.history_browsing_) +
            " index=" + std::to_string(cli.history_index_) + " saved=[" +
            cli.saved_line_ + "] history=[" + history +

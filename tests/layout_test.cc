@@ -16,6 +16,7 @@ using zel::cli::CmdLineInterface;
 using zel::cli::Console;
 using zel::cli::Result;
 
+// Members of one type that follow each other share a line.
 struct DocumentedConsole {
   int event_fd;
 };
@@ -26,9 +27,7 @@ struct DocumentedKeyInfo {
 };
 
 struct DocumentedCommand {
-  std::string name;
-  std::string explain;
-  std::string usage;
+  std::string name, explain, usage;
   std::function<Result(int, char**)> func;
 };
 
@@ -43,15 +42,10 @@ struct DocumentedSession {
   std::string prompt;
   uint32_t history_limit;
   bool running;
-  uint32_t cursor;
-  uint32_t name_width;
-  uint32_t explain_width;
+  uint32_t cursor, name_width, explain_width;
   bool history_browsing;
   uint32_t history_index;
-  std::string head_message;
-  std::string greeting_message;
-  std::string line;
-  std::string saved_line;
+  std::string head_message, greeting_message, line, saved_line;
   DocumentedConsole console;
   std::list<std::string> history;
   std::vector<DocumentedCommand> commands;

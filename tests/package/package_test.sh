@@ -46,45 +46,23 @@ report() {
   done
 }
 
-# The host answers "ping" and leaves on "exit", reading a file as its input.
-printf 'ping\nexit\n' >"$work/keys"
-run_host() {
-  local output
-  output=$("${@:2}" <"$work/keys")
-  [[ $output == *pong* ]] || fail "$1 printed: $output"
-  echo "ok: $1"
-}
+. "$source/tests/install/consumer.sh"
 
 # Installs the packages of one architecture, builds the host both ways with
 # nothing pointing at the packages but the system's own search paths, and
 # removes them.
 install_and_build() {
-  local dir=$1 arch=$2 triplet=$3 cxx=$4
-  shift 4
-  local run=("$@")
+  local dir=$1 arch=$2 triplet=$3 cxx=$4 cmake_arguments=$5
+  shift 5
   dpkg -i "$dir/libzelcli0_${version}_$arch.deb" "$dir/libzelcli-dev_${version}_$arch.deb" \
     >"$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log"; fail "dpkg -i ($arch)"; }
-
-  local cflags libs
-  cflags=$(PKG_CONFIG_LIBDIR=/usr/lib/$triplet/pkgconfig pkg-config --cflags zelcli)
-  libs=$(PKG_CONFIG_LIBDIR=/usr/lib/$triplet/pkgconfig pkg-config --libs zelcli)
-  [[ $cflags == "-I/usr/include/zel"* && $libs == *-lzelcli* ]] ||
-    fail "pkg-config ($arch) gave '$cflags $libs'"
-  # shellcheck disable=SC2086
-  "$cxx" -std=c++17 "$source/tests/install/consumer.cc" $cflags $libs -o "$work/$arch-pc"
-  run_host "$arch host built with pkg-config ($cflags $libs)" "${run[@]}" "$work/$arch-pc"
-
-  cmake -S "$source/tests/install" -B "$work/$arch-cmake" -DCMAKE_CXX_COMPILER="$cxx" \
-    ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} >"$work/cmake.log" ||
-    { cat "$work/cmake.log"; fail "cmake ($arch)"; }
-  cmake --build "$work/$arch-cmake" >"$work/cmake.log" || { cat "$work/cmake.log"; fail "build"; }
-  run_host "$arch host built with find_package(zelcli)" "${run[@]}" "$work/$arch-cmake/consumer"
-
+  export PKG_CONFIG_LIBDIR=/usr/lib/$triplet/pkgconfig
+  build_consumers "$arch" "$cxx" "$cmake_arguments" "$@"
   dpkg -P "${packages[@]}" >"$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log"; fail "dpkg -P"; }
   test ! -e "/usr/lib/$triplet/libzelcli.so.0" || fail "libzelcli.so.0 left behind ($arch)"
   test ! -e /usr/include/zel || fail "/usr/include/zel left behind ($arch)"
   # With the library gone the host no longer starts: it used the package's.
-  if "${run[@]}" "$work/$arch-pc" <"$work/keys" >/dev/null 2>&1; then
+  if "$@" "$work/$arch-pc" <"$work/keys" >/dev/null 2>&1; then
     fail "the $arch host still runs without libzelcli0"
   fi
   echo "ok: $arch packages removed"
@@ -105,11 +83,10 @@ if ! report=$(lintian --fail-on error,warning --suppress-tags "$suppressed" \
 fi
 echo "ok: lintian"
 
-toolchain=
-install_and_build "$amd64_dir" amd64 x86_64-linux-gnu g++
+install_and_build "$amd64_dir" amd64 x86_64-linux-gnu g++ ""
 # The cross compiler's own C library comes first, as for the ARM tests, then
 # the multiarch directory where libzelcli0:armhf put the library.
-toolchain=$source/cmake/toolchains/arm-linux-gnueabihf.cmake
 install_and_build "$armhf_dir" armhf arm-linux-gnueabihf arm-linux-gnueabihf-g++ \
+  "-DCMAKE_TOOLCHAIN_FILE=$source/cmake/toolchains/arm-linux-gnueabihf.cmake" \
   qemu-arm -L /usr/arm-linux-gnueabihf \
   -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib:/usr/lib/arm-linux-gnueabihf
