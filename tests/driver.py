@@ -64,15 +64,14 @@ class Session:
         os.close(errors_end)
         control_end.close()
         self.answers = self.control.makefile("rb")
-        for fd in (self.master, self.errors):
-            os.set_blocking(fd, False)
+        os.set_blocking(self.master, False)
+        os.set_blocking(self.errors, False)
         self.status = None
         self.output = self.log = b""
-        self._wait_for_key(-1, 0)
-        self.startup_output = self._take_output()
+        self.startup_output = self.wait_for_key(-1, 0)
 
     def close(self):
-        if not self.exited():
+        if self.exit_status() is None:
             os.kill(self.pid, signal.SIGKILL)
             os.waitpid(self.pid, 0)
         for fd in (self.master, self.slave, self.errors):
@@ -83,11 +82,26 @@ class Session:
     def type(self, keys):
         # Sends `keys` in one write and returns what the host wrote until
         # it waits again or exits. Without raw_input send one key at a time.
-        switches = self._field("status", "voluntary_ctxt_switches")
-        wanted = self._field("io", "rchar") + len(keys)
+        switches = self.field("status", "voluntary_ctxt_switches")
+        wanted = self.field("io", "rchar") + len(keys)
         os.write(self.master, keys)
-        self._wait_for_key(switches, wanted)
-        return self._take_output()
+        return self.wait_for_key(switches, wanted)
+
+    def wait_for_key(self, switches_before, bytes_read):
+        # The host must have read every key (its read count includes its
+        # requests, a byte each), slept since they were sent, so that a poll()
+        # that has not yet seen them does not count, and wait again.
+        def waiting():
+            unread = struct.unpack("i", fcntl.ioctl(
+                self.slave, termios.FIONREAD, b"\0\0\0\0"))[0]
+            return self.exit_status() is not None or (
+                self.field("io", "rchar") >= bytes_read and
+                self.field("status", "voluntary_ctxt_switches") > switches_before
+                and unread == 0 and not self.local_modes() & termios.ICANON
+                and self.in_poll())
+        self.wait_until("wait for a key", waiting)
+        output, self.output = self.output, b""
+        return output
 
     def type_text(self, text):
         # Types each byte of `text` as a key of its own.
@@ -101,76 +115,51 @@ class Session:
 
     def take_log(self):
         # Standard error written since the last call.
-        self._collect()
+        self.collect()
         log, self.log = self.log, b""
         return log
 
     def local_modes(self):
         return termios.tcgetattr(self.slave)[3]
 
-    def peak_resident_kib(self):
-        return self._field("status", "VmHWM")
-
-    def wait_for_exit(self):
-        self._wait_until("exit", self.exited)
-
-    def exited(self):
+    def exit_status(self):
+        # None while the host runs, -N once signal N has ended it.
         if self.status is None:
             pid, status = os.waitpid(self.pid, os.WNOHANG)
             if pid == self.pid:
-                self.status = status
-        return self.status is not None
+                self.status = os.waitstatus_to_exitcode(status)
+        return self.status
 
-    def exited_cleanly(self):
-        return self.exited() and os.WIFEXITED(self.status) and \
-            os.WEXITSTATUS(self.status) == 0
+    def field(self, file, key):
+        # A number from the host's /proc/PID/FILE; -1 once it is gone.
+        try:
+            with open(f"/proc/{self.pid}/{file}") as lines:
+                return next(int(line.split()[1]) for line in lines
+                            if line.startswith(key + ":"))
+        except (OSError, StopIteration):
+            return -1
 
-    def _field(self, file, key):
-        with open(f"/proc/{self.pid}/{file}") as lines:
-            for line in lines:
-                if line.startswith(key + ":"):
-                    return int(line.split()[1])
-        return -1
-
-    def _in_poll(self):
+    def in_poll(self):
         try:
             with open(f"/proc/{self.pid}/syscall") as call:
                 return int(call.read().split()[0]) in POLL_CALLS
         except (OSError, ValueError, IndexError):  # "running", or gone
             return False
 
-    def _wait_for_key(self, switches_before, bytes_read):
-        # The host must have read every key (its read count includes its
-        # requests, a byte each), slept since they were sent, so that a poll()
-        # that has not yet seen them does not count, and wait again.
-        def waiting():
-            unread = struct.unpack("i", fcntl.ioctl(
-                self.slave, termios.FIONREAD, b"\0\0\0\0"))[0]
-            return self.exited() or (
-                self._field("io", "rchar") >= bytes_read and
-                self._field("status", "voluntary_ctxt_switches") > switches_before
-                and unread == 0 and not self.local_modes() & termios.ICANON
-                and self._in_poll())
-        self._wait_until("wait for a key", waiting)
-
-    def _collect(self):
+    def collect(self):
         self.output += read_available(self.master)
         self.log += read_available(self.errors)
 
-    def _wait_until(self, what, done):
+    def wait_until(self, what, done):
         deadline = time.monotonic() + PATIENCE
         while time.monotonic() < deadline:
             # Read as it comes, so that the host never blocks in write(), and
             # once more when done: the terminal hands on what the host wrote a
             # little later, and a read that finds nothing waits for what is on
             # its way.
-            self._collect()
+            self.collect()
             if done():
-                self._collect()
+                self.collect()
                 return
             time.sleep(0.0001)
         raise AssertionError(f"the host did not {what}")
-
-    def _take_output(self):
-        output, self.output = self.output, b""
-        return output
