@@ -16,7 +16,7 @@ JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev python3-pyte clang-format clang-tidy \
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf clang \
   libclang-rt-14-dev valgrind libreadline-dev libedit-dev strace python3-matplotlib \
-  dpkg-dev libstdc++6:armhf doxygen lintian systemd
+  dpkg-dev libstdc++6:armhf doxygen lintian
 SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
 FUZZ_SECONDS ?= 60

@@ -80,8 +80,8 @@ class Session:
         self.control.close()
 
     def type(self, keys):
-        # Sends `keys` in one write and returns what the host wrote until
-        # it waits again or exits. Without raw_input send one key at a time.
+        # Sends `keys` in one write and returns what the host wrote until it
+        # waits again or exits.
         switches = self.field("status", "voluntary_ctxt_switches")
         wanted = self.field("io", "rchar") + len(keys)
         os.write(self.master, keys)
@@ -102,10 +102,6 @@ class Session:
         self.wait_until("wait for a key", waiting)
         output, self.output = self.output, b""
         return output
-
-    def type_text(self, text):
-        # Types each byte of `text` as a key of its own.
-        return b"".join(self.type(text[i:i + 1]) for i in range(len(text)))
 
     def ask(self, request):
         # Sends a request (see host.cc) and returns the state line it is

@@ -1,8 +1,8 @@
 # The build a product makes, for install_test.sh and package_test.sh, which
-# set $source, $work and fail(): builds consumer.cc against the installed
-# zelcli with pkg-config (found through the caller's PKG_CONFIG_PATH or
-# PKG_CONFIG_LIBDIR) and with CMake's find_package, and runs both builds. Each
-# must answer "ping" and leave on "exit", read from a file.
+# set $source, $work and fail(): builds the smallest example host against the
+# installed zelcli with pkg-config (found through the caller's PKG_CONFIG_PATH
+# or PKG_CONFIG_LIBDIR) and with CMake's find_package, and runs both builds.
+# Each must greet the world and leave on "exit", read from a file.
 #
 #   build_consumers NAME CXX CMAKE_ARGUMENTS [RUNNER...]
 build_consumers() {
@@ -13,16 +13,16 @@ build_consumers() {
   [[ $cflags == *-I*/include/zel* && $libs == *-lzelcli* ]] ||
     fail "pkg-config ($name) gave '$cflags $libs'"
   # shellcheck disable=SC2086
-  "$cxx" -std=c++17 "$source/tests/install/consumer.cc" $cflags $libs \
+  "$cxx" -std=c++17 "$source/examples/minimal_shell.cc" $cflags $libs \
     -Wl,-rpath,"$(pkg-config --variable=libdir zelcli)" -o "$work/$name-pc"
   # shellcheck disable=SC2086
   { cmake -S "$source/tests/install" -B "$work/$name-cmake" -DCMAKE_CXX_COMPILER="$cxx" \
     $cmake_arguments && cmake --build "$work/$name-cmake"; } >"$work/cmake.log" ||
     { cat "$work/cmake.log"; fail "CMake build ($name)"; }
-  printf 'ping\nexit\n' >"$work/keys"
-  for host in "$work/$name-pc" "$work/$name-cmake/consumer"; do
+  printf 'hello\nexit\n' >"$work/keys"
+  for host in "$work/$name-pc" "$work/$name-cmake/minimal_shell"; do
     output=$("$@" "$host" <"$work/keys")
-    [[ $output == *pong* ]] || fail "$host printed: $output"
+    [[ $output == *"hello, world"* ]] || fail "$host printed: $output"
   done
   echo "ok: $name host built with pkg-config ($cflags $libs) and with find_package(zelcli)"
 }
