@@ -24,21 +24,11 @@ namespace zel {
 namespace cli {
 namespace {
 
-// `fd` in place of standard input while it lives.
-class Stdin {
- public:
-  explicit Stdin(int fd) : saved_(dup(STDIN_FILENO)) {
-    dup2(fd, STDIN_FILENO);
-    close(fd);
-  }
-  ~Stdin() {
-    dup2(saved_, STDIN_FILENO);
-    close(saved_);
-  }
-
- private:
-  int saved_;
-};
+// Puts `fd` in place of standard input, for the rest of the test's process.
+void SetStdin(int fd) {
+  dup2(fd, STDIN_FILENO);
+  close(fd);
+}
 
 // The counter of eventfd `fd`; empty when `fd` is no eventfd.
 std::string WakeUpCounter(int fd) {
@@ -52,7 +42,7 @@ std::string WakeUpCounter(int fd) {
 TEST(TerminalIo, StopReadWakesABlockedReadForGood) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
-  Stdin input(ends[0]);
+  SetStdin(ends[0]);
   // The console's wake-up descriptor is the lowest free one.
   const int wake_up = dup(ends[1]);
   close(wake_up);
@@ -89,24 +79,22 @@ TEST(TerminalIo, StopReadWakesABlockedReadForGood) {
 
 TEST(TerminalIo, EndOfFileAndHangUp) {
   Console console;
-  {
-    // A regular file at its end: every read fails, 255.
-    FILE* file = std::tmpfile();
-    std::fputc('z', file);
-    std::rewind(file);
-    Stdin input(dup(fileno(file)));
-    std::fclose(file);
-    EXPECT_EQ(console.ReadChar(), 'z');
-    EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
-    EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
-  }
+  // A regular file at its end: every read fails, 255.
+  FILE* file = std::tmpfile();
+  std::fputc('z', file);
+  std::rewind(file);
+  SetStdin(dup(fileno(file)));
+  std::fclose(file);
+  EXPECT_EQ(console.ReadChar(), 'z');
+  EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
+  EXPECT_EQ(static_cast<unsigned char>(console.ReadChar()), 0xFF);
   // A pipe whose writer has gone reports a hang-up: 0 at once, and what the
   // pipe still holds is never read.
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   ASSERT_EQ(write(ends[1], "y", 1), 1);
   close(ends[1]);
-  Stdin input(ends[0]);
+  SetStdin(ends[0]);
   EXPECT_EQ(console.ReadChar(), 0);
   EXPECT_EQ(console.ReadChar(), 0);
   int unread = 0;
@@ -116,16 +104,20 @@ TEST(TerminalIo, EndOfFileAndHangUp) {
 
 }  // namespace
 
-// Reaches into the session to break its state on purpose.
+// Breaks a session's state on purpose, its log on standard error.
 class CmdLineInterfacePeer {
  public:
-  static void InsertPastTheLine(CmdLineInterface& cli) {
+  static void InsertPastTheLine() {
+    openlog("invariant_death_test", LOG_PERROR, LOG_USER);
+    CmdLineInterface cli;
     std::string text = "x";
     cli.cursor_ = 1;
     cli.InsertString(text);
   }
   // Opens a list with no candidates, which Tab never does, and chooses.
-  static void SelectFromEmptyList(CmdLineInterface& cli) {
+  static void SelectFromEmptyList() {
+    openlog("invariant_death_test", LOG_PERROR, LOG_USER);
+    CmdLineInterface cli;
     cli.candidate_screen_ = new CmdLineInterface::CandidateScreen({}, "", &cli);
     cli.candidate_screen_->Select();
   }
@@ -135,25 +127,16 @@ namespace {
 
 // The log line, then the assertion's message.
 TEST(InvariantDeathTest, CursorPastTheLineEndsTheProcess) {
-  EXPECT_DEATH(
-      {
-        openlog("invariant_death_test", LOG_PERROR, LOG_USER);
-        CmdLineInterface cli;
-        CmdLineInterfacePeer::InsertPastTheLine(cli);
-      },
-      "InsertString 467 : this should not happend\n"
-      ".*cmd_line_interface.cc:468: bool "
-      "zel::cli::CmdLineInterface::InsertString\\(std::string&\\): "
-      "Assertion `0' failed");
+  EXPECT_DEATH(CmdLineInterfacePeer::InsertPastTheLine(),
+               "InsertString 467 : this should not happend\n"
+               ".*cmd_line_interface.cc:468: bool "
+               "zel::cli::CmdLineInterface::InsertString\\(std::string&\\): "
+               "Assertion `0' failed");
 }
 
 TEST(InvariantDeathTest, ChoosingOutsideTheListEndsTheProcess) {
   EXPECT_DEATH(
-      {
-        openlog("invariant_death_test", LOG_PERROR, LOG_USER);
-        CmdLineInterface cli;
-        CmdLineInterfacePeer::SelectFromEmptyList(cli);
-      },
+      CmdLineInterfacePeer::SelectFromEmptyList(),
       "bool zel::cli::CmdLineInterface::CandidateScreen::Select\\(\\) 726: "
       "don't do this to me :\\(\n"
       ".*cmd_line_interface.cc:727: bool "

@@ -9,10 +9,7 @@ set -euo pipefail
 source=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-fail() {
-  echo "FAILED: $*" >&2
-  exit 1
-}
+fail() { echo "FAILED: $*" >&2; exit 1; }
 . "$source/tests/install/consumer.sh"
 
 cmake --install "$1" --prefix "$work/installed" >/dev/null

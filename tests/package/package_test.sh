@@ -8,16 +8,11 @@
 #
 #   package_test.sh AMD64_DEB_DIR ARMHF_DEB_DIR SOURCE_DIR
 set -euo pipefail
-amd64_dir=$1
-armhf_dir=$2
 source=$(cd "$3" && pwd)
 version=$(dpkg-parsechangelog -l "$source/packaging/changelog" -S Version)
 packages=(libzelcli0 libzelcli-dev)
 
-fail() {
-  echo "FAILED: $*" >&2
-  exit 1
-}
+fail() { echo "FAILED: $*" >&2; exit 1; }
 
 if [ "$(id -u)" -ne 0 ]; then
   fail "the package test installs packages with dpkg and must run as root"
@@ -63,16 +58,16 @@ install_and_build() {
 # call ldconfig beside the trigger.
 suppressed=no-copyright-file,initial-upload-closes-no-bugs,maintscript-calls-ldconfig
 if ! report=$(lintian --fail-on error,warning --suppress-tags "$suppressed" \
-  "$amd64_dir"/*.deb "$armhf_dir"/*.deb 2>&1); then
+  "$1"/*.deb "$2"/*.deb 2>&1); then
   echo "$report"
   fail "lintian"
 fi
 echo "ok: lintian"
 
-install_and_build "$amd64_dir" amd64 x86_64-linux-gnu g++ ""
+install_and_build "$1" amd64 x86_64-linux-gnu g++ ""
 # The cross compiler's own C library comes first, as for the ARM tests, then
 # the multiarch directory where libzelcli0:armhf put the library.
-install_and_build "$armhf_dir" armhf arm-linux-gnueabihf arm-linux-gnueabihf-g++ \
+install_and_build "$2" armhf arm-linux-gnueabihf arm-linux-gnueabihf-g++ \
   "-DCMAKE_TOOLCHAIN_FILE=$source/cmake/toolchains/arm-linux-gnueabihf.cmake" \
   qemu-arm -L /usr/arm-linux-gnueabihf \
   -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib:/usr/lib/arm-linux-gnueabihf
