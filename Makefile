@@ -86,7 +86,7 @@ check-fuzz:
 	cmake --build $(BUILD)/fuzz -j$(JOBS)
 	@for target in $(FUZZ_TARGETS); do \
 	  mkdir -p $(BUILD)/fuzz/corpus-$$target && \
-	  $(BUILD)/fuzz/fuzz/$${target}_fuzzer -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	  $(BUILD)/fuzz/fuzz/$${target}_fuzzer -max_total_time=$(FUZZ_SECONDS) -timeout=10 -print_final_stats=1 \
 	    -artifact_prefix=$(BUILD)/fuzz/$$target- $(BUILD)/fuzz/corpus-$$target \
 	    fuzz/corpus/$$target 2>$(BUILD)/fuzz/$$target.log || \
 	    { tail -40 $(BUILD)/fuzz/$$target.log; exit 1; }; \
