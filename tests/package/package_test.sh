@@ -14,14 +14,9 @@ packages=(libzelcli0 libzelcli-dev)
 
 fail() { echo "FAILED: $*" >&2; exit 1; }
 
-if [ "$(id -u)" -ne 0 ]; then
-  fail "the package test installs packages with dpkg and must run as root"
-fi
-for package in "${packages[@]}"; do
-  if [ "$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)" = 'install ok installed' ]; then
-    fail "$package is installed already; remove it first (dpkg -r ${packages[*]})"
-  fi
-done
+[ "$(id -u)" -eq 0 ] || fail "the package test installs packages with dpkg and must run as root"
+installed=$(dpkg-query -W -f='${Status}\n' "${packages[@]}" 2>/dev/null || true)
+[[ $installed != *"ok installed"* ]] || fail "remove the installed ${packages[*]} first (dpkg -r)"
 
 work=$(mktemp -d)
 cleanup() {
