@@ -4,12 +4,17 @@
 // Several names share a beginning (set, show, status, stats, selftest), so
 // Tab on "s" or "st" opens the candidate list.
 #include <cli/cmd_line_interface.h>
+#include <signal.h>
+#include <termios.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -129,10 +134,38 @@ class DeviceShell {
 
 }  // namespace
 
+// Ends the process on Ctrl+C, SIGTERM and a hang-up, after putting back the
+// terminal mode it had at the start: while the session waits for a key the
+// terminal has echo off, and the session itself cannot be woken to restore
+// it. The signals are blocked in every thread, so only this one takes them.
+void RestoreTerminalOnSignals() {
+  termios at_start = {};
+  tcgetattr(STDIN_FILENO, &at_start);
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
+    sigaddset(&signals, signal_number);
+  }
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  std::thread([signals, at_start] {
+    int signal_number = 0;
+    sigwait(&signals, &signal_number);
+    tcsetattr(STDIN_FILENO, TCSANOW, &at_start);
+    std::exit(0);
+  }).detach();
+}
+
 // Every argument names one more command, which does nothing: a scripted
 // session (the benchmark's, for one) can then run its own words and find its
 // lines in the history.
 int main(int argc, char** argv) {
+  // On a pipe or a file the session never ends: a pipe whose writer has gone
+  // and a file at its end both make every read return at once.
+  if (!isatty(STDIN_FILENO)) {
+    std::fprintf(stderr, "device_shell: standard input is not a terminal\n");
+    return 1;
+  }
+  RestoreTerminalOnSignals();
   DeviceShell shell;
   CmdLineInterface cli;
   std::vector<CmdLineInterface::Command> commands = shell.Commands();

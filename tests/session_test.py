@@ -2,6 +2,7 @@
 #
 #   session_test.py transcript FILE NAME   plays one scenario of a transcript
 #   session_test.py soak                   10,000 commands, memory flat
+#   session_test.py shell COMMAND...       the device shell's signal handling
 #
 # ZELCLI_TEST_HOST is the host's command line (behind an emulator for another
 # machine's build); ZELCLI_TEST_VALGRIND, when set, a command to run it under.
@@ -37,11 +38,14 @@
 
 import os
 import re
+import signal
+import subprocess
 import sys
+import termios
 
 import pyte
 
-from driver import Session
+from driver import PATIENCE, Session
 
 BYTES = {"NUL": b"\0", "BS": b"\b", "TAB": b"\t", "LF": b"\n", "CR": b"\r",
          "ESC": b"\x1b", "SP": b" ", "DEL": b"\x7f", "RED": b"\x1b[31m",
@@ -228,8 +232,32 @@ def soak():
     return failures
 
 
+def shell(*argv):
+    # The device shell refuses standard input that is not a terminal, and on
+    # Ctrl+C, SIGTERM and a hang-up puts back the terminal's mode (echo is off
+    # while it waits for a key) and exits.
+    failures, both = [], termios.ICANON | termios.ECHO
+    refused = subprocess.run(argv, input=b"status\n", capture_output=True,
+                             timeout=PATIENCE)
+    check(failures, "on a pipe", (1, b"device_shell: standard input is not "
+                                  b"a terminal\n"), (refused.returncode, refused.stderr))
+    for ending in ("Ctrl+C", "SIGTERM", "SIGHUP"):
+        session = Session(list(argv), signal_keys=True)
+        check(failures, f"{ending}: waiting", 0, session.local_modes() & both)
+        if ending == "Ctrl+C":
+            os.write(session.master, b"\x03")
+        else:
+            os.kill(session.pid, getattr(signal, ending))
+        session.wait_until("exit", lambda: session.exit_status() is not None)
+        check(failures, f"{ending}: exit status", 0, session.exit_status())
+        check(failures, f"{ending}: after", both, session.local_modes() & both)
+        session.close()
+    return failures
+
+
 def main(command, *arguments):
-    failures = {"transcript": transcript, "soak": soak}[command](*arguments)
+    failures = {"transcript": transcript, "soak": soak,
+                "shell": shell}[command](*arguments)
     for failure in failures:
         print("FAILED at", failure)
     print(f"{len(failures)} failed" if failures else "ok")
