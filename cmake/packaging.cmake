@@ -33,10 +33,11 @@ execute_process(
   COMMAND gzip -9nc ${CMAKE_CURRENT_SOURCE_DIR}/packaging/changelog
   OUTPUT_FILE ${ZELCLI_DEB_CHANGELOG} COMMAND_ERROR_IS_FATAL ANY)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS packaging/changelog)
-install(FILES ${ZELCLI_DEB_CHANGELOG}
+# And each package's machine-readable copyright file.
+install(FILES ${ZELCLI_DEB_CHANGELOG} packaging/copyright
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${ZELCLI_RUNTIME_PACKAGE}
   COMPONENT runtime EXCLUDE_FROM_ALL)
-install(FILES ${ZELCLI_DEB_CHANGELOG}
+install(FILES ${ZELCLI_DEB_CHANGELOG} packaging/copyright
   DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libzelcli-dev
   COMPONENT development EXCLUDE_FROM_ALL)
 

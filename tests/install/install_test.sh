@@ -14,6 +14,7 @@ fail() { echo "FAILED: $*" >&2; exit 1; }
 
 cmake --install "$1" --prefix "$work/installed" >/dev/null
 mv "$work/installed" "$work/moved"
+test -f "$work/moved/share/doc/zelcli/LICENSE" || fail "no LICENSE in share/doc/zelcli"
 PKG_CONFIG_PATH=$(dirname "$(find "$work/moved" -name zelcli.pc)")
 export PKG_CONFIG_PATH
 build_consumers installed "$3" "-DCMAKE_PREFIX_PATH=$work/moved"

@@ -47,11 +47,10 @@ install_and_build() {
   echo "ok: $arch packages removed"
 }
 
-# Debian's own checks, less three that do not apply yet: the project has not
-# chosen a licence, so there is no copyright file to ship; the packages are
-# not uploaded to Debian, so no bug is closed; and CPack's maintainer scripts
-# call ldconfig beside the trigger.
-suppressed=no-copyright-file,initial-upload-closes-no-bugs,maintscript-calls-ldconfig
+# Debian's own checks, the copyright file's included, less two that do not
+# apply: the packages are not uploaded to Debian, so no bug is closed; and
+# CPack's maintainer scripts call ldconfig beside the trigger.
+suppressed=initial-upload-closes-no-bugs,maintscript-calls-ldconfig
 if ! report=$(lintian --fail-on error,warning --suppress-tags "$suppressed" \
   "$1"/*.deb "$2"/*.deb 2>&1); then
   echo "$report"
