@@ -2,7 +2,8 @@
 #   make demo    build and start the device shell in this terminal
 #   make check   build everything and run every test (what CI runs)
 #   make deb     build the Debian packages for amd64 and armhf into build/deb*
-#   make bench   measure zelcli against readline and libedit, update README.md
+#   make bench   measure zelcli against readline, libedit and the terminal floor,
+#                update docs/bench.md and the summary in README.md
 #   make format  reformat the sources with clang-format
 #   make symbols rewrite cmake/zelcli.symbols from the built library, when the
 #                exported interface is meant to change
@@ -17,7 +18,7 @@ CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev python3-pyte clang-form
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf clang \
   libclang-rt-14-dev valgrind libreadline-dev libedit-dev strace python3-matplotlib \
   dpkg-dev libstdc++6:armhf doxygen lintian
-SOURCES := $(shell git ls-files '*.cc' '*.h' 2>/dev/null || find cli examples tests -name '*.cc' -o -name '*.h')
+SOURCES := $(shell git ls-files '*.cc' '*.h' '*.c' 2>/dev/null || find cli examples tests bench -name '*.cc' -o -name '*.h' -o -name '*.c')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := session
@@ -126,7 +127,8 @@ bench-build:
 	cmake --build $(BUILD)/arm-size -j$(JOBS)
 
 bench: packages bench-build
-	/usr/bin/python3 bench/bench.py $(BUILD)/bench $(BUILD)/arm-size --readme README.md
+	/usr/bin/python3 bench/bench.py $(BUILD)/bench $(BUILD)/arm-size --readme README.md \
+	  --docs docs/bench.md
 
 # A few hundred keys through every host and tool; checks the device shell's
 # system calls per byte read, never a time.

@@ -1,16 +1,18 @@
 #!/usr/bin/python3
-"""Types key scripts into the device shell and into readline and libedit
-hosts on an 80x24 pseudo-terminal, one key at a time, and reports what each
-key costs: system calls (strace -f -c), user-space instructions (callgrind),
-bytes written, heap allocations and peak resident memory, per key beyond the
-baseline of typing "exit" alone; and the libraries' footprint.
+"""Types key scripts into the device shell, into readline and libedit hosts
+and into the terminal floor (the terminal calls alone) on an 80x24
+pseudo-terminal, one key at a time, and reports what each key costs: CPU time
+(user + system, from wait4), system calls (strace -f -c), user-space
+instructions (callgrind), bytes written, heap allocations and peak resident
+memory, per key beyond the baseline of typing "exit" alone; and the
+libraries' footprint.
 
-  bench.py BUILD ARM_BUILD [--smoke] [--out DIR] [--readme FILE]
+  bench.py BUILD ARM_BUILD [--smoke] [--out DIR] [--readme FILE] [--docs FILE]
 
 BUILD holds the x86-64 build with ZELCLI_BUILD_BENCH=ON, ARM_BUILD the ARM
 -Os build of the library. --smoke types a few hundred keys, checks the
 device shell's system calls against what each byte read must cost, and
-fails if any figure is missing; no time is measured or compared.
+fails if any figure is missing; CPU time is reported, never compared.
 """
 
 import argparse
@@ -22,6 +24,7 @@ import platform
 import pty
 import re
 import select
+import statistics
 import struct
 import subprocess
 import sys
@@ -100,7 +103,8 @@ class Session:
     def play(self, keys):
         """Types every key, each once the host waits again; returns the
         host's bytes written and its peak resident memory in KiB (VmHWM),
-        both as they stand before the last key."""
+        both as they stand before the last key, and the CPU time (user +
+        system, in seconds) of the process started, once it has ended."""
         rchar = self.wait_for_key(0)[2]
         written = peak = 0
         for number, key in enumerate(keys):
@@ -114,15 +118,16 @@ class Session:
                 rchar = self.wait_for_key(rchar + len(data))[2]
         while self.drain(1):
             pass
-        _, status = os.waitpid(self.pid, 0)
+        _, status, usage = os.wait4(self.pid, 0)
         os.close(self.master)
         if status != 0:
             raise RuntimeError(f"host ended with status {status:#x}")
-        return written, peak
+        return written, peak, usage.ru_utime + usage.ru_stime
 
 
 HOSTS = {
     "zelcli": "examples/device_shell",
+    "floor": "bench/terminal_floor",
     "readline": "bench/readline_shell",
     "libedit": "bench/libedit_shell",
 }
@@ -135,13 +140,17 @@ def host_env(home):
     return env
 
 
-def measure(build, host, keys, work):
+def measure(build, host, keys, work, plain_runs):
     """Every figure of one host typing one script (totals, not per key)."""
     argv = [os.path.join(build, HOSTS[host])] + keyscripts.WORDS
     env = host_env(work)
     figures = {}
 
-    figures["written"], figures["peak_kib"] = Session(argv, env).play(keys)
+    # CPU time moves by a tenth or more from one run to the next here; the
+    # median of a few runs holds still.
+    plain = [Session(argv, env).play(keys) for _ in range(plain_runs)]
+    figures["written"], figures["peak_kib"] = plain[0][:2]
+    figures["cpu"] = statistics.median(run[2] for run in plain)
 
     counted = os.path.join(work, "allocations")
     preload = dict(env, LD_PRELOAD=os.path.join(build, "bench/alloc_count.so"),
@@ -236,9 +245,10 @@ def number(value, digits=1):
 
 
 def table(results):
-    head = ("| Host | Scenario | Keys | Bytes read/key | System calls/key | "
-            "ioctl | poll | read | write | other | Instructions/key | "
-            "Bytes written/key | Allocations/key | Peak RSS (KiB) |")
+    head = ("| Host | Scenario | Keys | Bytes read/key | CPU µs/key | "
+            "System calls/key | ioctl | poll | read | write | other | "
+            "Instructions/key | Bytes written/key | Allocations/key | "
+            "Peak RSS (KiB) |")
     lines = [head, "|" + "---|" * (head.count("|") - 1)]
     for host, by_scenario in results.items():
         for scenario, row in by_scenario.items():
@@ -250,6 +260,7 @@ def table(results):
             other = sum(calls.values()) - sum(main.values())
             cells = [host, scenario, str(row["keys"]),
                      number(row["bytes_read_per_key"], 2),
+                     number(row["per_key"]["cpu"] * 1e6, 1),
                      number(sum(calls.values()), 2)]
             cells += [number(main[name], 2) for name in main]
             cells += [number(other, 2), number(row["per_key"]["instructions"], 0),
@@ -261,8 +272,9 @@ def table(results):
 
 
 def footprint_table(rows):
-    lines = ["| Library | Stripped, x86-64 | Text, x86-64 | Stripped, ARM -Os | "
-             "Text, ARM -Os | Pulls in (x86-64) | Their text |",
+    lines = ["| Library | Stripped, x86-64 Release | Text, x86-64 Release | "
+             "Stripped, ARM MinSizeRel | Text, ARM MinSizeRel | "
+             "Pulls in (x86-64) | Their text |",
              "|---|---|---|---|---|---|---|"]
     def size(row, key):  # only zelcli has ARM figures
         return f"{row[key]:,}" if key in row else ""
@@ -297,18 +309,48 @@ def chart(results, path):
     figure, axes = plot.subplots(figsize=(8, 4.5))
     width = 0.8 / len(results)
     for index, (host, by_scenario) in enumerate(results.items()):
-        values = [by_scenario[s]["per_key"]["instructions"] for s in scenarios]
+        values = [by_scenario[s]["per_key"]["cpu"] * 1e6 for s in scenarios]
         spots = [x + index * width for x in range(len(scenarios))]
         bars = axes.bar(spots, values, width, label=host)
-        axes.bar_label(bars, labels=[f"{v:,.0f}" for v in values], fontsize=7)
-    axes.set_yscale("log")
+        axes.bar_label(bars, labels=[f"{v:.1f}" for v in values], fontsize=7)
     axes.set_xticks([x + width * (len(results) - 1) / 2
                      for x in range(len(scenarios))], scenarios)
-    axes.set_ylabel("user-space instructions per key (log scale)")
-    axes.set_title("Instructions per key, callgrind, baseline subtracted")
+    axes.set_ylabel("CPU time per key, µs (user + system)")
+    axes.set_title("CPU time per key, from wait4, baseline subtracted")
     axes.legend()
     figure.tight_layout()
     figure.savefig(path, dpi=100)
+
+
+def summary(results):
+    """zelcli's CPU time per key against the floor's and the peers'."""
+    scenarios = [s for s in results["zelcli"] if s != "baseline"]
+    cpu = {host: {s: by_scenario[s]["per_key"]["cpu"] for s in scenarios}
+           for host, by_scenario in results.items()}
+
+    def times(peers):
+        # A short run (the smoke run's) can leave a figure at or below zero.
+        ratios = [cpu["zelcli"][s] / cpu[peer][s]
+                  for s in scenarios for peer in peers if cpu[peer][s] > 0]
+        return f"{min(ratios):.2f} to {max(ratios):.2f} times" if ratios else "n/a"
+    realistic = ", ".join(f"{host} {cpu[host]['realistic'] * 1e6:.1f} µs"
+                          for host in cpu)
+    return (f"CPU time per key (user + system, from wait4, baseline "
+            f"subtracted), realistic session: {realistic}. Over the "
+            f"{len(scenarios)} scenarios zelcli takes {times(['floor'])} the "
+            f"terminal floor's CPU time per key, and {times(['readline', 'libedit'])} "
+            f"readline's and libedit's.")
+
+
+def replace_results(path, text):
+    """Puts `text` between the results markers of the file at `path`."""
+    with open(path) as old:
+        content = old.read()
+    begin, end = "<!-- bench results -->", "<!-- end of bench results -->"
+    content = re.sub(re.escape(begin) + ".*?" + re.escape(end),
+                     lambda _: f"{begin}\n{text}\n{end}", content, flags=re.S)
+    with open(path, "w") as new:
+        new.write(content)
 
 
 def smoke_checks(results):
@@ -341,19 +383,21 @@ def main():
     parser.add_argument("--smoke", action="store_true")
     parser.add_argument("--out", default="bench/results")
     parser.add_argument("--readme")
+    parser.add_argument("--docs")
     options = parser.parse_args()
 
     scripts = keyscripts.scenarios(options.smoke)
+    plain_runs = 1 if options.smoke else 5
     base_keys = keyscripts.baseline()
     results = {}
     with tempfile.TemporaryDirectory() as work:
         for host in HOSTS:
-            base = measure(options.build, host, base_keys, work)
+            base = measure(options.build, host, base_keys, work, plain_runs)
             results[host] = {"baseline": {"peak_kib": base["peak_kib"]}}
             for scenario, keys in scripts.items():
                 print(f"bench: {host}, {scenario}, {len(keys)} keys",
                       file=sys.stderr, flush=True)
-                figures = measure(options.build, host, keys, work)
+                figures = measure(options.build, host, keys, work, plain_runs)
                 counted = len(keys) - len(base_keys)
                 extra_bytes = sum(len(k) for k in keys) - sum(len(k) for k in base_keys)
                 results[host][scenario] = {
@@ -367,26 +411,22 @@ def main():
     os.makedirs(options.out, exist_ok=True)
     machine = (f"{platform.machine()}, {os.cpu_count()} cores, "
                f"{cpu_model()}, Linux {platform.release()}")
-    report = "\n\n".join([
-        f"Measured {datetime.date.today().isoformat()} on {machine}; keys "
-        f"typed one at a time on an {COLUMNS}x{ROWS} pseudo-terminal, figures "
-        "per key beyond the baseline (\"exit\" alone).",
-        table(results), ioctl_note(results), footprint_table(rows)])
+    measured = (f"Measured {datetime.date.today().isoformat()} on {machine}; "
+                f"keys typed one at a time on an {COLUMNS}x{ROWS} "
+                "pseudo-terminal, figures per key beyond the baseline "
+                "(\"exit\" alone).")
+    report = "\n\n".join([measured, summary(results), table(results),
+                           ioctl_note(results), footprint_table(rows)])
     print(report)
     with open(os.path.join(options.out, "results.md"), "w") as out:
         out.write(report + "\n")
     with open(os.path.join(options.out, "results.json"), "w") as out:
         json.dump({"results": results, "footprint": rows}, out, indent=1)
-    chart(results, os.path.join(options.out, "instructions_per_key.png"))
-
+    chart(results, os.path.join(options.out, "cpu_per_key.png"))
     if options.readme:
-        with open(options.readme) as readme:
-            text = readme.read()
-        begin, end = "<!-- bench results -->", "<!-- end of bench results -->"
-        text = re.sub(re.escape(begin) + ".*?" + re.escape(end),
-                      lambda _: f"{begin}\n{report}\n{end}", text, flags=re.S)
-        with open(options.readme, "w") as readme:
-            readme.write(text)
+        replace_results(options.readme, measured + " " + summary(results))
+    if options.docs:
+        replace_results(options.docs, report)
 
     if options.smoke:
         problems = smoke_checks(results)
