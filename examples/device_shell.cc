@@ -10,11 +10,9 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -132,28 +130,20 @@ class DeviceShell {
   bool led_on_ = false;
 };
 
-}  // namespace
+// The terminal mode at the start, which the signal handler puts back.
+termios terminal_at_start = {};
 
-// Ends the process on Ctrl+C, SIGTERM and a hang-up, after putting back the
+// Ctrl+C, SIGTERM and a hang-up end the process, after putting back the
 // terminal mode it had at the start: while the session waits for a key the
-// terminal has echo off, and the session itself cannot be woken to restore
-// it. The signals are blocked in every thread, so only this one takes them.
-void RestoreTerminalOnSignals() {
-  termios at_start = {};
-  tcgetattr(STDIN_FILENO, &at_start);
-  sigset_t signals;
-  sigemptyset(&signals);
-  for (int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
-    sigaddset(&signals, signal_number);
-  }
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  std::thread([signals, at_start] {
-    int signal_number = 0;
-    sigwait(&signals, &signal_number);
-    tcsetattr(STDIN_FILENO, TCSANOW, &at_start);
-    std::exit(0);
-  }).detach();
+// terminal has echo off. Both calls are safe in a signal handler, and the
+// handler runs on the session's thread, so the session cannot switch the mode
+// again behind it.
+void RestoreTerminalAndExit(int) {
+  tcsetattr(STDIN_FILENO, TCSANOW, &terminal_at_start);
+  _exit(0);
 }
+
+}  // namespace
 
 // Every argument names one more command, which does nothing: a scripted
 // session (the benchmark's, for one) can then run its own words and find its
@@ -165,7 +155,12 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "device_shell: standard input is not a terminal\n");
     return 1;
   }
-  RestoreTerminalOnSignals();
+  tcgetattr(STDIN_FILENO, &terminal_at_start);
+  struct sigaction ending = {};
+  ending.sa_handler = RestoreTerminalAndExit;
+  for (int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
+    sigaction(signal_number, &ending, nullptr);
+  }
   DeviceShell shell;
   CmdLineInterface cli;
   std::vector<CmdLineInterface::Command> commands = shell.Commands();
