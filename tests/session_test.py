@@ -19,8 +19,9 @@
 # SP DEL; RED (ESC[31m) and RESET (ESC[0m); ESC[1F or any ESC[...; 0xNN; a name
 # from let; any of these followed by *N for N of them; "-" alone for nothing,
 # "..." alone for bytes not checked.
-# KEYS are such tokens, each typed in one write, or key names (Up, Down, Left, Right, Home, End, PgUp, PgDn,
-# Insert, Delete, CtrlLeft, CtrlRight, Tab, Enter, Backspace, Ctrl-X); and
+# KEYS are such tokens, each typed in one write, or key names (Up, Down,
+# Left, Right, Home, End, PgUp, PgDn, Insert, Delete, CtrlLeft, CtrlRight, Tab,
+# Enter, Backspace, Ctrl-X); and
 #   start    no key: what the host wrote before it first waited for a key
 #   log      no key: what the host logged since the last row
 #   screen   no key: what a terminal (pyte, 80x24) fed all of the host's output
@@ -239,8 +240,9 @@ def shell(*argv):
     failures, both = [], termios.ICANON | termios.ECHO
     refused = subprocess.run(argv, input=b"status\n", capture_output=True,
                              timeout=PATIENCE)
-    check(failures, "on a pipe", (1, b"device_shell: standard input is not "
-                                  b"a terminal\n"), (refused.returncode, refused.stderr))
+    check(failures, "on a pipe", b"device_shell: standard input is not a "
+          b"terminal\n", refused.stderr)
+    check(failures, "exit status on a pipe", 1, refused.returncode)
     for ending in ("Ctrl+C", "SIGTERM", "SIGHUP"):
         session = Session(list(argv), signal_keys=True)
         check(failures, f"{ending}: waiting", 0, session.local_modes() & both)
