@@ -100,27 +100,30 @@ std::string_view Tail(const std::string& line, uint32_t cursor) {
   return std::string_view(line.data() + cursor, line.size() - cursor);
 }
 
-// Assembles one update of the line in `update`, which starts empty: `back`
-// backspaces, `text`, `tail`, `blanks` spaces, `back_again` backspaces and,
-// if `nul`, a NUL. Updates of up to 15 bytes, most keys' updates, fit in the
-// string itself; longer ones allocate. False, with `update` empty, when the
-// memory cannot be had.
-bool AssembleLineUpdate(std::string* update, size_t back, std::string_view text,
-                        std::string_view tail, size_t blanks, size_t back_again,
-                        bool nul) {
+// Sends one update of the line in one write: `back` backspaces, `text`,
+// `tail`, `blanks` spaces, `back_again` backspaces and, if `nul`, a NUL.
+// Updates of up to 15 bytes, most keys' updates, fit in the string itself;
+// longer ones allocate. False, with nothing sent, when the memory cannot be
+// had; a write the terminal refuses is logged by the console, and the edit
+// goes on.
+bool SendLineUpdate(Console& console, size_t back, std::string_view text,
+                    std::string_view tail, size_t blanks, size_t back_again,
+                    bool nul) {
+  std::string update;
   try {
-    update->reserve(back + text.size() + tail.size() + blanks + back_again +
-                    nul);
+    update.reserve(back + text.size() + tail.size() + blanks + back_again +
+                   nul);
   } catch (...) {  // bad_alloc, or length_error past max_size()
     return false;
   }
   // Most keys need two pieces or fewer; empty ones cost no call.
-  if (back != 0) update->append(back, kBackspace);
-  if (!text.empty()) update->append(text);
-  if (!tail.empty()) update->append(tail);
-  if (blanks != 0) update->append(blanks, kBlank);
-  if (back_again != 0) update->append(back_again, kBackspace);
-  if (nul) update->append(1, kNul);
+  if (back != 0) update.append(back, kBackspace);
+  if (!text.empty()) update.append(text);
+  if (!tail.empty()) update.append(tail);
+  if (blanks != 0) update.append(blanks, kBlank);
+  if (back_again != 0) update.append(back_again, kBackspace);
+  if (nul) update.append(1, kNul);
+  console.WriteMsg(update);
   return true;
 }
 
@@ -433,11 +436,9 @@ bool CmdLineInterface::InsertString(std::string& text) {
   } else {
     // The text pushes the tail right; the backspaces come back over it.
     std::string_view tail = Tail(line_, cursor_);
-    std::string update;
-    if (!AssembleLineUpdate(&update, 0, text, tail, 0, tail.size(), false)) {
+    if (!SendLineUpdate(console_, 0, text, tail, 0, tail.size(), false)) {
       return false;
     }
-    WriteOnConsole(update);
     line_.insert(cursor_, text);
   }
   cursor_ += static_cast<uint32_t>(text.size());
@@ -449,11 +450,9 @@ bool CmdLineInterface::DeleteCharacters(uint32_t n) {
   // Redraw the tail n columns further left, blank the n columns it leaves
   // behind, and come back to the new cursor column.
   std::string_view tail = Tail(line_, cursor_);
-  std::string update;
-  if (!AssembleLineUpdate(&update, n, {}, tail, n, n + tail.size(), false)) {
+  if (!SendLineUpdate(console_, n, {}, tail, n, n + tail.size(), false)) {
     return false;
   }
-  WriteOnConsole(update);
   line_.erase(cursor_ - n, n);
   cursor_ -= n;
   return true;
@@ -461,9 +460,7 @@ bool CmdLineInterface::DeleteCharacters(uint32_t n) {
 
 bool CmdLineInterface::MoveCursorToLeft(uint32_t n) {
   if (n > cursor_) return false;
-  std::string update;
-  if (!AssembleLineUpdate(&update, n, {}, {}, 0, 0, false)) return false;
-  WriteOnConsole(update);
+  if (!SendLineUpdate(console_, n, {}, {}, 0, 0, false)) return false;
   cursor_ -= n;
   return true;
 }
@@ -473,11 +470,9 @@ bool CmdLineInterface::MoveCursorToRight(uint32_t n) {
   if (n > tail.size()) return false;
   // Moving right rewrites the whole tail rather than relying on a
   // cursor-forward sequence, then backs up over what lies beyond.
-  std::string update;
-  if (!AssembleLineUpdate(&update, 0, {}, tail, 0, tail.size() - n, false)) {
+  if (!SendLineUpdate(console_, 0, {}, tail, 0, tail.size() - n, false)) {
     return false;
   }
-  WriteOnConsole(update);
   cursor_ += n;
   return true;
 }
@@ -488,11 +483,9 @@ bool CmdLineInterface::ClearCharacters() {
   // Steps back by the line's length, not by cursor_: callers leave the
   // cursor where it is, so from inside the line this blanks columns left of
   // the line's start. That is how the line has always been cleared.
-  std::string update;
-  if (!AssembleLineUpdate(&update, length, {}, {}, length, length, true)) {
+  if (!SendLineUpdate(console_, length, {}, {}, length, length, true)) {
     return false;
   }
-  WriteOnConsole(update);
   line_.clear();
   cursor_ = 0;
   return true;
