@@ -10,16 +10,19 @@ if ! command -v dpkg-query >/dev/null; then
 fi
 missing=()
 for package in "$@"; do
-  # Captured, not piped into grep -q, which under pipefail can fail the
-  # producer with SIGPIPE.
-  if [ "$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)" != 'install ok installed' ]; then
+  # A multiarch package installed for several architectures has a status
+  # line for each; any one installed will do. Captured, not piped into
+  # grep -q, which under pipefail can fail the producer with SIGPIPE.
+  status=$(dpkg-query -W -f='${Status}\n' "$package" 2>/dev/null || true)
+  if ! grep -qx 'install ok installed' <<<"$status"; then
     missing+=("$package")
   fi
 done
 [ ${#missing[@]} -eq 0 ] && exit 0
 if [ "$(id -u)" -ne 0 ]; then
-  echo "Missing Debian packages. Install them with:" >&2
+  echo "Missing Debian packages. Installing them is the one step that needs root:" >&2
   echo "  sudo apt-get install ${missing[*]}" >&2
+  echo "(sudo make packages installs everything make check needs)" >&2
   exit 1
 fi
 echo "Installing ${missing[*]}"
