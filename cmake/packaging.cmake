@@ -16,15 +16,26 @@ set(ZELCLI_DEB_REVISION ${CMAKE_MATCH_1})
 set(ZELCLI_DEB_VERSION ${PROJECT_VERSION}-${ZELCLI_DEB_REVISION})
 set(ZELCLI_RUNTIME_PACKAGE libzelcli${PROJECT_VERSION_MAJOR})
 
+# Only a Debian machine can make the packages: elsewhere configure says so and
+# the rest of the build goes on without them.
 if(CMAKE_CROSSCOMPILING)
-  execute_process(
-    COMMAND dpkg-architecture -qDEB_HOST_ARCH -t ${CMAKE_LIBRARY_ARCHITECTURE}
-    OUTPUT_VARIABLE ZELCLI_DEB_ARCH OUTPUT_STRIP_TRAILING_WHITESPACE
-    ERROR_QUIET COMMAND_ERROR_IS_FATAL ANY)
+  set(ZELCLI_DEB_ARCH_COMMAND dpkg-architecture -qDEB_HOST_ARCH -t
+      "${CMAKE_LIBRARY_ARCHITECTURE}")
 else()
-  execute_process(COMMAND dpkg --print-architecture
-    OUTPUT_VARIABLE ZELCLI_DEB_ARCH OUTPUT_STRIP_TRAILING_WHITESPACE
-    COMMAND_ERROR_IS_FATAL ANY)
+  set(ZELCLI_DEB_ARCH_COMMAND dpkg --print-architecture)
+endif()
+list(POP_FRONT ZELCLI_DEB_ARCH_COMMAND ZELCLI_DEB_ARCH_PROGRAM)
+find_program(ZELCLI_${ZELCLI_DEB_ARCH_PROGRAM} ${ZELCLI_DEB_ARCH_PROGRAM})
+if(NOT ZELCLI_${ZELCLI_DEB_ARCH_PROGRAM})
+  message(STATUS "Debian packages not available: no ${ZELCLI_DEB_ARCH_PROGRAM} on this machine")
+  return()
+endif()
+execute_process(COMMAND ${ZELCLI_${ZELCLI_DEB_ARCH_PROGRAM}} ${ZELCLI_DEB_ARCH_COMMAND}
+  OUTPUT_VARIABLE ZELCLI_DEB_ARCH OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+if(NOT ZELCLI_DEB_ARCH)
+  message(STATUS "Debian packages not available: ${ZELCLI_DEB_ARCH_PROGRAM} knows no Debian "
+                 "architecture for '${CMAKE_LIBRARY_ARCHITECTURE}'")
+  return()
 endif()
 
 # Debian wants each package's changelog, compressed reproducibly.
