@@ -1,4 +1,4 @@
-# The build a product makes, for install_test.sh and package_test.sh, which
+# The build a product makes, for the install, sysroot and package tests, which
 # set $source, $work and fail(): builds the smallest example host against the
 # installed zelcli with pkg-config (found through the caller's PKG_CONFIG_PATH
 # or PKG_CONFIG_LIBDIR) and with CMake's find_package, and runs both builds.
