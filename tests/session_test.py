@@ -175,8 +175,6 @@ UNKNOWN = (b"host: void zel::cli::Console::GetKeyInfoFromAscii(char, "
 
 def type_every_byte(session, failures, where):
     state = session.ask(b"?")
-    line, cursor = fields(state)["line"][1:-1], int(fields(state)["cursor"])
-    tail, back = line[cursor:].encode(), b"\b" * (len(line) - cursor)
     list_open = fields(state)["screen"] != "none"
     session.take_log()
     for byte in range(256):
@@ -184,12 +182,11 @@ def type_every_byte(session, failures, where):
         if key in KEY_BYTES and not (list_open and key in b"\x02\x06"):
             continue
         printable = 0x20 <= byte < 0x7F
+        written = session.type(key)
         if printable and not list_open:
-            check(failures, what, key + tail + back, session.type(key))
-            check(failures, what + " Backspace", b"\b" + tail + b" " + back +
-                  b"\b", session.type(b"\x7f"))
+            session.type(b"\x7f")  # the editing rows check these bytes
         else:
-            check(failures, what, b"", session.type(key))
+            check(failures, what, b"", written)
         check(failures, what + " state", state, session.ask(b"?"))
         logged = b"" if printable or key in KEY_BYTES else UNKNOWN % byte
         check(failures, what + " log", logged, session.take_log())
