@@ -8,7 +8,7 @@
 #   make symbols rewrite cmake/zelcli.symbols from the built library, when the
 #                exported interface is meant to change
 # make check runs, in order: check-native check-static check-arm check-asan
-# check-tsan check-fuzz check-packages bench-smoke; each can be run on its own
+# check-tsan check-fuzz check-portable check-yocto check-packages bench-smoke; each can be run on its own
 # once the packages are there.
 # FUZZ_SECONDS sets how long check-fuzz runs each fuzz target.
 
@@ -20,12 +20,15 @@ CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev python3-pyte clang-form
   dpkg-dev libstdc++6:armhf doxygen lintian
 SOURCES := $(shell git ls-files '*.cc' '*.h' '*.c' 2>/dev/null || find cli examples tests bench -name '*.cc' -o -name '*.h' -o -name '*.c')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
+BUILDROOT_PACKAGES := make gcc g++ patch perl rsync cpio bc file unzip bzip2 xz-utils \
+  g++-arm-linux-gnueabihf qemu-user python3-magic python3-flake8
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := session
 TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
 
 .PHONY: demo check packages deb check-native check-static check-arm check-asan check-tsan \
-  check-fuzz check-packages bench bench-smoke bench-build format format-check symbols
+  check-fuzz check-portable check-yocto check-packages check-buildroot bench bench-smoke \
+  bench-build format format-check symbols
 
 demo:
 	@scripts/ensure-packages.sh cmake g++ make
@@ -36,7 +39,7 @@ demo:
 check: packages
 	$(MAKE) format-check
 	$(MAKE) check-native check-static check-arm check-asan check-tsan check-fuzz \
-	  check-packages bench-smoke
+	  check-portable check-yocto check-packages bench-smoke
 
 packages:
 	@scripts/ensure-packages.sh $(CHECK_PACKAGES)
@@ -53,11 +56,8 @@ check-native:
 	@echo "API reference: $$(ls $(BUILD)/check/docs/html/*.html | wc -l) pages in $(BUILD)/check/docs/html"
 
 check-static:
-	@echo "== static library, installed and built against"
-	cmake -S . -B $(BUILD)/static -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DBUILD_SHARED_LIBS=OFF -DZELCLI_WERROR=ON >/dev/null
-	cmake --build $(BUILD)/static -j$(JOBS)
-	tests/install/install_test.sh $(BUILD)/static . g++
+	@echo "== static library, built without dpkg, installed and built against"
+	tests/install/install_test.sh . -DBUILD_SHARED_LIBS=OFF -DZELCLI_WERROR=ON
 
 check-arm:
 	@echo "== 32-bit ARM: cross build, whole suite under qemu-arm"
@@ -100,6 +100,8 @@ check-fuzz:
 # multiarch library directory, which CMake only works out natively. The armhf
 # C++ runtime must be installed for dpkg-shlibdeps to find its package.
 deb:
+	@command -v dpkg-deb >/dev/null || \
+	  { echo "make deb: Debian packages not available: this machine has no dpkg" >&2; exit 1; }
 	@scripts/ensure-packages.sh cmake g++ make dpkg-dev g++-arm-linux-gnueabihf libstdc++6:armhf
 	cmake -S . -B $(BUILD)/deb -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
 	  -DZELCLI_BUILD_EXAMPLES=OFF >/dev/null
@@ -112,9 +114,33 @@ deb:
 	cd $(BUILD)/deb-arm && cpack >/dev/null
 	@ls -l $(BUILD)/deb/*.deb $(BUILD)/deb-arm/*.deb
 
+# Built and installed where dpkg is missing, and cross-built into a sysroot as
+# Buildroot and Yocto build; the sysroot's Debian armhf packages are kept in
+# $(BUILD)/armhf-debs between runs.
+check-portable:
+	@echo "== without dpkg; cross-built into a sysroot, staged and built against"
+	tests/install/install_test.sh .
+	tests/install/sysroot_test.sh . $(BUILD)/armhf-debs
+
+# The Yocto layer's recipe and its ptest, run on the ARM build of the tests.
+check-yocto:
+	@echo "== Yocto layer: recipe, and run-ptest on ARM"
+	cmake -S . -B $(BUILD)/arm -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN) $(TEST_BUILD) >/dev/null
+	cmake --build $(BUILD)/arm -j$(JOBS) --target zelcli_tests
+	tests/yocto/layer_test.sh . $(BUILD)/arm
+
 check-packages: deb
-	@echo "== Debian packages: installed with dpkg, built against, removed"
+	@echo "== Debian packages: linted, unpacked into a private root, built against"
 	tests/package/package_test.sh $(BUILD)/deb $(BUILD)/deb-arm .
+
+# The buildroot/ tree's package built by the Buildroot release in the tarball
+# BUILDROOT (shared and static, for 32-bit ARM), in $(BUILD)/buildroot; not
+# part of make check, which needs nothing from outside the project.
+check-buildroot:
+	@test -n "$(BUILDROOT)" || { echo "make check-buildroot BUILDROOT=buildroot-VERSION.tar.xz" >&2; exit 1; }
+	@scripts/ensure-packages.sh $(BUILDROOT_PACKAGES)
+	@echo "== Buildroot: the zelcli package for 32-bit ARM, shared and static"
+	tests/buildroot/buildroot_test.sh $(BUILDROOT) . $(BUILD)/buildroot
 
 # The hosts on x86-64, optimised as a product would ship them, and the library
 # for 32-bit ARM built for size, whose footprint the benchmark reports.
