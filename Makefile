@@ -8,8 +8,9 @@
 #   make symbols rewrite cmake/zelcli.symbols from the built library, when the
 #                exported interface is meant to change
 # make check runs, in order: check-native check-static check-arm check-asan
-# check-tsan check-fuzz check-portable check-yocto check-packages bench-smoke; each can be run on its own
-# once the packages are there.
+# check-tsan check-fuzz check-portable check-yocto check-packages bench-smoke;
+# each can be run on its own once the packages are there. CI then runs
+# check-buildroot with a Buildroot release (BUILDROOT=TARBALL).
 # FUZZ_SECONDS sets how long check-fuzz runs each fuzz target.
 
 BUILD ?= build

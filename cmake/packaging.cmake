@@ -19,22 +19,21 @@ set(ZELCLI_RUNTIME_PACKAGE libzelcli${PROJECT_VERSION_MAJOR})
 # Only a Debian machine can make the packages: elsewhere configure says so and
 # the rest of the build goes on without them.
 if(CMAKE_CROSSCOMPILING)
-  set(ZELCLI_DEB_ARCH_COMMAND dpkg-architecture -qDEB_HOST_ARCH -t
-      "${CMAKE_LIBRARY_ARCHITECTURE}")
+  find_program(ZELCLI_DPKG_TOOL dpkg-architecture)
+  set(ZELCLI_DPKG_ARGUMENTS -qDEB_HOST_ARCH -t "${CMAKE_LIBRARY_ARCHITECTURE}")
 else()
-  set(ZELCLI_DEB_ARCH_COMMAND dpkg --print-architecture)
+  find_program(ZELCLI_DPKG_TOOL dpkg)
+  set(ZELCLI_DPKG_ARGUMENTS --print-architecture)
 endif()
-list(POP_FRONT ZELCLI_DEB_ARCH_COMMAND ZELCLI_DEB_ARCH_PROGRAM)
-find_program(ZELCLI_${ZELCLI_DEB_ARCH_PROGRAM} ${ZELCLI_DEB_ARCH_PROGRAM})
-if(NOT ZELCLI_${ZELCLI_DEB_ARCH_PROGRAM})
-  message(STATUS "Debian packages not available: no ${ZELCLI_DEB_ARCH_PROGRAM} on this machine")
+if(NOT ZELCLI_DPKG_TOOL)
+  message(STATUS "Debian packages not available: no dpkg on this machine")
   return()
 endif()
-execute_process(COMMAND ${ZELCLI_${ZELCLI_DEB_ARCH_PROGRAM}} ${ZELCLI_DEB_ARCH_COMMAND}
+execute_process(COMMAND ${ZELCLI_DPKG_TOOL} ${ZELCLI_DPKG_ARGUMENTS}
   OUTPUT_VARIABLE ZELCLI_DEB_ARCH OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 if(NOT ZELCLI_DEB_ARCH)
-  message(STATUS "Debian packages not available: ${ZELCLI_DEB_ARCH_PROGRAM} knows no Debian "
-                 "architecture for '${CMAKE_LIBRARY_ARCHITECTURE}'")
+  message(STATUS "Debian packages not available: dpkg knows no Debian architecture for "
+                 "'${CMAKE_LIBRARY_ARCHITECTURE}'")
   return()
 endif()
 
