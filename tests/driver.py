@@ -39,7 +39,7 @@ def read_available(fd):
 
 
 class Session:
-    def __init__(self, argv, raw_input=False, signal_keys=False):
+    def __init__(self, argv, signal_keys=False):
         self.master, self.slave = os.openpty()
         fcntl.ioctl(self.slave, termios.TIOCSWINSZ,
                     struct.pack("HHHH", 24, 80, 0, 0))
@@ -47,8 +47,7 @@ class Session:
         mode[0] &= ~(termios.ICRNL | termios.INLCR | termios.IGNCR |
                      termios.IXON | termios.IXOFF)
         mode[1] &= ~termios.OPOST
-        mode[3] &= ~((0 if signal_keys else termios.ISIG) | termios.IEXTEN |
-                     (termios.ICANON | termios.ECHO if raw_input else 0))
+        mode[3] &= ~((0 if signal_keys else termios.ISIG) | termios.IEXTEN)
         termios.tcsetattr(self.slave, termios.TCSANOW, mode)
         self.errors, errors_end = os.pipe()
         self.control, control_end = socket.socketpair()

@@ -1,7 +1,6 @@
 # The session tests: the test host (host.cc) driven on a pseudo-terminal.
 #
 #   session_test.py transcript FILE NAME   plays one scenario of a transcript
-#   session_test.py soak                   10,000 commands, memory flat
 #   session_test.py shell COMMAND...       the device shell's signal handling
 #
 # ZELCLI_TEST_HOST is the host's command line (behind an emulator for another
@@ -25,9 +24,8 @@
 #   start    no key: what the host wrote before it first waited for a key
 #   log      no key: what the host logged since the last row
 #   screen   no key: what a terminal (pyte, 80x24) fed all of the host's output
-#            shows, its rows down to the last that is not blank; its FIELDS
-#            are cursor=ROW,COLUMN and red=[ROW|ROW...], the rows with only
-#            the red cells shown
+#            shows, its rows down to the last that is not blank; its FIELD
+#            is cursor=ROW,COLUMN
 #   sweep    every byte value that is not a key of its own, typed from the
 #            state the host is in: a printable byte is inserted and taken out
 #            again with Backspace, unless the candidate list is open, which
@@ -110,10 +108,9 @@ def check(failures, what, expected, actual):
         failures.append(f"{what}\n  expected: {expected}\n  actual:   {actual}")
 
 
-def host(*options, **session_options):
+def host(*options):
     argv = os.environ["ZELCLI_TEST_HOST"].split() + list(options)
-    return Session(os.environ.get("ZELCLI_TEST_VALGRIND", "").split() + argv,
-                   **session_options)
+    return Session(os.environ.get("ZELCLI_TEST_VALGRIND", "").split() + argv)
 
 
 def transcript(file, name):
@@ -136,8 +133,7 @@ def transcript(file, name):
                 written += session.take_log()
             elif key == "screen":
                 written += shown(screen).encode("latin-1")
-                state = f"cursor={screen.cursor.y},{screen.cursor.x} " \
-                        f"red=[{shown(screen, 'red').replace(chr(10), '|')}]"
+                state = f"cursor={screen.cursor.y},{screen.cursor.x}"
             elif key == "sweep":
                 type_every_byte(session, failures, where)
             elif key.startswith("@"):
@@ -158,13 +154,9 @@ def transcript(file, name):
     return failures
 
 
-def shown(screen, colour=None):
-    # The rows down to the last that is not blank, without trailing blanks;
-    # with a colour, only the cells in it.
-    rows = ["".join(cell.data if colour in (None, cell.fg) else " "
-                    for cell in (screen.buffer[y][x] for x in range(80))).rstrip()
-            for y in range(24)]
-    return "\n".join(rows).rstrip("\n")
+def shown(screen):
+    # The rows down to the last that is not blank, without trailing blanks.
+    return "\n".join(row.rstrip() for row in screen.display).rstrip("\n")
 
 
 KEY_BYTES = b"\x02\x06\x08\x09\x0a\x0d\x0e\x10\x1b\x7f"
@@ -192,44 +184,6 @@ def type_every_byte(session, failures, where):
         check(failures, what + " log", logged, session.take_log())
 
 
-# Ten command lines of ten keys, covering editing, history, completion and
-# every outcome of dispatch; N is the round's last digit.
-ROUND = words(
-    '"args a" N Left Right Enter "ret 0" Home End Left Right Enter '
-    '"ret 1x" Backspace Left Right Enter "nope" Left Left End Home Right Enter '
-    '"args?" Home End Left Right Enter Up Up Down End Home End Left Right '
-    'Backspace Enter "ar" Tab " xyz" Left Right Enter "  " Backspace Backspace '
-    'Left Right Home End Backspace Enter "hel" Tab Backspace Backspace '
-    'Backspace Backspace "x" Enter "args " PgUp PgDn Left Right Enter')
-
-
-def soak():
-    session, failures, peaks = host(raw_input=True), [], []
-    with open(f"/proc/{session.pid}/maps") as maps:
-        asan = "libasan" in maps.read()
-    for round in range(1000):
-        digit = {"N": b"%d" % (round % 10)}
-        session.type(b"".join(token_bytes(key, digit) for key in ROUND))
-        if round in (99, 999):
-            peaks.append(session.field("status", "VmHWM"))
-    print(f"peak RSS of the host: {peaks[0]} KiB after 1,000 commands, "
-          f"{peaks[1]} KiB after 10,000")
-    # Past the first thousand commands the history is full and nothing else
-    # grows: a few pages for the allocator, none with ASan's quarantine.
-    if not asan and peaks[1] - peaks[0] > 64:
-        failures.append(f"memory grew by {peaks[1] - peaks[0]} KiB")
-    # Each round stores, newest first, "args " (Page Up and Down came back to
-    # it), "args xyz", "ret " (a recalled line edited), "ret 1", "ret 0" and
-    # "args aN"; only the newest twenty lines stay.
-    newest = "args |args xyz|ret |ret 1|ret 0|args a"
-    check(failures, "history", f"[{newest}9|{newest}8|{newest}7|args |args xyz]",
-          fields(session.ask(b"?"))["history"])
-    session.type(b"exit\r")
-    check(failures, "exit status", 0, session.exit_status())
-    session.close()
-    return failures
-
-
 def shell(*argv):
     # The device shell refuses standard input that is not a terminal, and on
     # Ctrl+C, SIGTERM and a hang-up puts back the terminal's mode (echo is off
@@ -255,8 +209,7 @@ def shell(*argv):
 
 
 def main(command, *arguments):
-    failures = {"transcript": transcript, "soak": soak,
-                "shell": shell}[command](*arguments)
+    failures = {"transcript": transcript, "shell": shell}[command](*arguments)
     for failure in failures:
         print("FAILED at", failure)
     print(f"{len(failures)} failed" if failures else "ok")
