@@ -4,7 +4,6 @@
 // build type (these tests run in the optimised build with NDEBUG set as well),
 // and the objects' layout.
 #include <cli/cmd_line_interface.h>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
@@ -20,26 +19,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-// Interposes calloc(), which the session uses for the words of a dispatched
-// line, so that a test can make it fail. Every other call goes on to the next
-// calloc(): the C library's, or a sanitizer's that tracks the memory. Left
-// uninstrumented: threads call it before a sanitizer has set them up.
-static bool calloc_fails = false;
-extern "C" __attribute__((no_sanitize("thread"))) void* calloc(size_t count,
-                                                               size_t size) {
-  using Calloc = void* (*)(size_t, size_t);
-  static Calloc next = nullptr;
-  static bool looking_up = false;
-  if (next == nullptr) {
-    // Should the lookup itself ask for memory, it gets none and copes.
-    if (looking_up) return nullptr;
-    looking_up = true;
-    next = reinterpret_cast<Calloc>(dlsym(RTLD_NEXT, "calloc"));
-    looking_up = false;
-  }
-  return calloc_fails ? nullptr : next(count, size);
-}
 
 namespace zel {
 namespace cli {
@@ -142,12 +121,6 @@ class CmdLineInterfacePeer {
     cli.candidate_screen_ = new CmdLineInterface::CandidateScreen({}, "", &cli);
     cli.candidate_screen_->Select();
   }
-  static void DispatchWithoutMemory() {
-    CmdLineInterface cli;
-    cli.line_ = "help";
-    calloc_fails = true;
-    cli.ParseLine();
-  }
 };
 
 namespace {
@@ -169,13 +142,6 @@ TEST(InvariantDeathTest, ChoosingOutsideTheListEndsTheProcess) {
       ".*cmd_line_interface.cc:727: bool "
       "zel::cli::CmdLineInterface::CandidateScreen::Select\\(\\): "
       "Assertion `0' failed");
-}
-
-TEST(InvariantDeathTest, NoMemoryForAWordEndsTheProcess) {
-  EXPECT_DEATH(CmdLineInterfacePeer::DispatchWithoutMemory(),
-               "cmd_line_interface.cc:[0-9]+: bool "
-               "zel::cli::CmdLineInterface::ParseLine\\(\\): "
-               "Assertion `argv\\[argc\\] != __null' failed");
 }
 
 // Hosts allocate the session and its records themselves, some from headers
