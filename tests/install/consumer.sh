@@ -1,10 +1,16 @@
+# shellcheck shell=bash disable=SC2154
 # The build a product makes, for the install, sysroot and package tests, which
-# set $source, $work and fail(): builds the smallest example host against the
+# set $source: a scratch directory $work, gone on exit, fail(), and
+# build_consumers, which builds the smallest example host against the
 # installed zelcli with pkg-config (found through the caller's PKG_CONFIG_PATH
 # or PKG_CONFIG_LIBDIR) and with CMake's find_package, and runs both builds.
 # Each must greet the world and leave on "exit", read from a file.
 #
 #   build_consumers NAME CXX CMAKE_ARGUMENTS [RUNNER...]
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAILED: $*" >&2; exit 1; }
+
 build_consumers() {
   local name=$1 cxx=$2 cmake_arguments=$3 cflags libs output
   shift 3

@@ -12,9 +12,6 @@ if [ "${1:-}" != --inside ]; then
   exec unshare --map-root-user --mount "$0" --inside "$(cd "$1" && pwd)" "${@:2}"
 fi
 source=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fail() { echo "FAILED: $*" >&2; exit 1; }
 . "$source/tests/install/consumer.sh"
 
 for dir in /usr/bin /usr/sbin; do

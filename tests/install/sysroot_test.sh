@@ -12,9 +12,6 @@
 set -euo pipefail
 source=$(cd "$1" && pwd)
 cache=$2
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fail() { echo "FAILED: $*" >&2; exit 1; }
 . "$source/tests/install/consumer.sh"
 
 packages=(libc6 libc6-dev linux-libc-dev libstdc++-12-dev libgcc-12-dev libstdc++6 libgcc-s1)

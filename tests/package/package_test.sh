@@ -11,9 +11,6 @@
 set -euo pipefail
 source=$(cd "$3" && pwd)
 version=$(dpkg-parsechangelog -l "$source/packaging/changelog" -S Version)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
-fail() { echo "FAILED: $*" >&2; exit 1; }
 . "$source/tests/install/consumer.sh"
 
 # Debian's own checks, the copyright file's included, less two that do not
