@@ -1,7 +1,7 @@
 // The host that every session test drives through a pseudo-terminal.
 //
 //   host [--bare] [--cmd NAME EXPLAIN USAGE]... [--head TEXT] [--greeting TEXT]
-//        [--stdout-closed] [--no-descriptors] [--failing-copy]
+//        [--stdout-closed] [--failing-copy]
 //
 // Commands besides the built-ins, unless --bare:
 //   args WORD...  prints argc and every argv entry in brackets
@@ -16,14 +16,12 @@
 // --cmd adds a command without a function. --stdout-closed makes every write
 // to standard output fail, with a descriptor open only for reading in its
 // place.
-// --no-descriptors lets the session be built with no descriptor to spare, so
-// it has no wake-up descriptor. --failing-copy registers a command whose copy
-// runs out of memory, so AddCmdList() throws after the commands before it.
+// --failing-copy registers a command whose copy runs out of memory, so
+// AddCmdList() throws after the commands before it.
 //
 // Descriptor 3, a socket, takes requests, one byte each, and answers each with
 // the session's state line once done:
 //   ?  nothing else
-//   s  console_.StopRead()
 //   f  the session thread's next allocation throws std::bad_alloc
 // The state line:
 //   line=[LINE] cursor=N browsing=0|1 index=N saved=[LINE]
@@ -32,7 +30,6 @@
 // changes under them. Log lines go to stderr too (LOG_PERROR).
 #include <cli/cmd_line_interface.h>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <syslog.h>
 #include <termios.h>
 #include <unistd.h>
@@ -158,7 +155,6 @@ int main(int argc, char** argv) {
   const char* head = nullptr;
   const char* greeting = nullptr;
   bool stdout_closed = false;
-  bool no_descriptors = false;
   for (int i = 1; i < argc; ++i) {
     std::string option = argv[i];
     if (option == "--bare") {
@@ -172,8 +168,6 @@ int main(int argc, char** argv) {
       greeting = argv[++i];
     } else if (option == "--stdout-closed") {
       stdout_closed = true;
-    } else if (option == "--no-descriptors") {
-      no_descriptors = true;
     } else if (option == "--failing-copy") {
       commands.emplace_back("copy", "fails", "{}", FailsToCopy());
     } else {
@@ -185,24 +179,13 @@ int main(int argc, char** argv) {
   std::thread([&session, &control] {
     for (char request; read(3, &request, 1) == 1;) {
       std::lock_guard<std::mutex> lock(control);
-      if (request == 's') session->console_.StopRead();
       if (request == 'f') fail_next_allocation = true;
       std::string state = zel::cli::CmdLineInterfacePeer::State(*session);
       if (write(3, state.data(), state.size()) < 0) break;
     }
   }).detach();
-  // Only the session's construction goes without spare descriptors.
-  rlimit descriptors = {};
-  getrlimit(RLIMIT_NOFILE, &descriptors);
-  if (no_descriptors) {
-    int lowest_free = dup(STDIN_FILENO);
-    close(lowest_free);
-    rlimit limit = {static_cast<rlim_t>(lowest_free), descriptors.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &limit);
-  }
   {
     CmdLineInterface cli;
-    setrlimit(RLIMIT_NOFILE, &descriptors);
     if ((head != nullptr && !cli.SetHeadMessage(head)) ||
         (greeting != nullptr && !cli.SetGreetingMessage(greeting))) {
       return 3;
