@@ -15,7 +15,7 @@
 
 BUILD ?= build
 JOBS ?= 2
-CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev python3-pyte clang-format clang-tidy \
+CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev python3 clang-format clang-tidy \
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf clang \
   libclang-rt-14-dev valgrind libreadline-dev libedit-dev strace python3-matplotlib \
   dpkg-dev libstdc++6:armhf doxygen lintian

@@ -23,9 +23,6 @@
 # Enter, Backspace, Ctrl-X); and
 #   start    no key: what the host wrote before it first waited for a key
 #   log      no key: what the host logged since the last row
-#   screen   no key: what a terminal (pyte, 80x24) fed all of the host's output
-#            shows, its rows down to the last that is not blank; its FIELD
-#            is cursor=ROW,COLUMN
 #   sweep    every byte value that is not a key of its own, typed from the
 #            state the host is in: a printable byte is inserted and taken out
 #            again with Backspace, unless the candidate list is open, which
@@ -41,8 +38,6 @@ import signal
 import subprocess
 import sys
 import termios
-
-import pyte
 
 from driver import PATIENCE, Session
 
@@ -118,10 +113,6 @@ def transcript(file, name):
                                "transcripts")
     scenario = load(os.path.join(transcripts, file))[name]
     session = host(*scenario["options"])
-    screen = pyte.Screen(80, 24)
-    screen.set_mode(pyte.modes.LNM)  # a line feed starts a new line
-    terminal = pyte.ByteStream(screen)
-    terminal.feed(session.startup_output)
     failures = []
     for number, keys, expected, wanted in scenario["rows"]:
         where = f"{file}:{number}: {' '.join(keys)}"
@@ -131,17 +122,12 @@ def transcript(file, name):
                 written += session.startup_output
             elif key == "log":
                 written += session.take_log()
-            elif key == "screen":
-                written += shown(screen).encode("latin-1")
-                state = f"cursor={screen.cursor.y},{screen.cursor.x}"
             elif key == "sweep":
                 type_every_byte(session, failures, where)
             elif key.startswith("@"):
                 state = session.ask(key[1:].encode())
             else:
-                output = session.type(token_bytes(key, {}))
-                terminal.feed(output)
-                written += output
+                written += session.type(token_bytes(key, {}))
         if expected is not ...:
             check(failures, where, expected, written)
         actual = fields(state or session.ask(b"?")) if wanted else {}
@@ -152,11 +138,6 @@ def transcript(file, name):
                         session.take_log().decode("latin-1"))
     session.close()
     return failures
-
-
-def shown(screen):
-    # The rows down to the last that is not blank, without trailing blanks.
-    return "\n".join(row.rstrip() for row in screen.display).rstrip("\n")
 
 
 KEY_BYTES = b"\x02\x06\x08\x09\x0a\x0d\x0e\x10\x1b\x7f"
