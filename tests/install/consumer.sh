@@ -1,10 +1,11 @@
 # shellcheck shell=bash disable=SC2154
-# The build a product makes, for the install, sysroot and package tests, which
-# set $source: a scratch directory $work, gone on exit, fail(), and
-# build_consumers, which builds the smallest example host against the
-# installed zelcli with pkg-config (found through the caller's PKG_CONFIG_PATH
-# or PKG_CONFIG_LIBDIR) and with CMake's find_package, and runs both builds.
-# Each must greet the world and leave on "exit", read from a file.
+# Sourced by the install, sysroot and package tests once they have set
+# $source. It makes a scratch directory, $work, removed on exit, and defines
+# fail() and build_consumers, the build a product makes: the smallest example
+# host built against the installed zelcli with pkg-config (found through the
+# caller's PKG_CONFIG_PATH or PKG_CONFIG_LIBDIR) and with CMake's
+# find_package, both builds run. Each must greet the world and leave on
+# "exit", read from a file.
 #
 #   build_consumers NAME CXX CMAKE_ARGUMENTS [RUNNER...]
 work=$(mktemp -d)

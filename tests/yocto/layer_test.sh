@@ -30,5 +30,6 @@ WRAPPER
 chmod +x "$work/zelcli_tests"
 "$work/run-ptest" >"$work/ptest.log"
 if ! grep -q '^PASS: ' "$work/ptest.log" || grep -v '^PASS: ' "$work/ptest.log"; then
-  fail "run-ptest gave a line that is not PASS:, or none"; fi
+  fail "run-ptest gave a line that is not PASS:, or none"
+fi
 echo "ok: run-ptest on ARM: $(wc -l <"$work/ptest.log") lines, all PASS:"
