@@ -23,11 +23,6 @@
 # Enter, Backspace, Ctrl-X); and
 #   start    no key: what the host wrote before it first waited for a key
 #   log      no key: what the host logged since the last row
-#   sweep    every byte value that is not a key of its own, typed from the
-#            state the host is in: a printable byte is inserted and taken out
-#            again with Backspace, unless the candidate list is open, which
-#            swallows it; any other byte is an unknown key, logged, that
-#            writes and changes nothing. The state must be the same after each.
 #   @X       request X to the host (host.cc), nothing typed
 # Other FIELDS are those of the host's state line: line=[...] cursor=N
 # browsing=0|1 index=N saved=[...] history=[NEWEST|...] screen=none|N.
@@ -122,8 +117,6 @@ def transcript(file, name):
                 written += session.startup_output
             elif key == "log":
                 written += session.take_log()
-            elif key == "sweep":
-                type_every_byte(session, failures, where)
             elif key.startswith("@"):
                 state = session.ask(key[1:].encode())
             else:
@@ -138,31 +131,6 @@ def transcript(file, name):
                         session.take_log().decode("latin-1"))
     session.close()
     return failures
-
-
-KEY_BYTES = b"\x02\x06\x08\x09\x0a\x0d\x0e\x10\x1b\x7f"
-UNKNOWN = (b"host: void zel::cli::Console::GetKeyInfoFromAscii(char, "
-           b"zel::cli::Console::KeyInfo*) 165: GetKeyInfoFromAscii 165 : "
-           b"unknown key [0x%x] found\n")
-
-
-def type_every_byte(session, failures, where):
-    state = session.ask(b"?")
-    list_open = fields(state)["screen"] != "none"
-    session.take_log()
-    for byte in range(256):
-        key, what = bytes([byte]), f"{where}: {bytes([byte])}"
-        if key in KEY_BYTES and not (list_open and key in b"\x02\x06"):
-            continue
-        printable = 0x20 <= byte < 0x7F
-        written = session.type(key)
-        if printable and not list_open:
-            session.type(b"\x7f")  # the editing rows check these bytes
-        else:
-            check(failures, what, b"", written)
-        check(failures, what + " state", state, session.ask(b"?"))
-        logged = b"" if printable or key in KEY_BYTES else UNKNOWN % byte
-        check(failures, what + " log", logged, session.take_log())
 
 
 def shell(*argv):
