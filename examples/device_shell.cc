@@ -4,7 +4,9 @@
 // Several names share a beginning (set, show, status, stats, selftest), so
 // Tab on "s" or "st" opens the candidate list.
 #include <cli/cmd_line_interface.h>
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -130,43 +132,93 @@ class DeviceShell {
   bool led_on_ = false;
 };
 
-// The terminal mode at the start, which the signal handler puts back.
+// The terminal mode at the start, put back on every way out.
 termios terminal_at_start = {};
+// The terminal's name: after a hang-up the kernel refuses every call on the
+// descriptors the shell had, and the line is reached by opening it again.
+char terminal_name[64] = "";
+
+void RestoreTerminal() {
+  if (tcsetattr(STDIN_FILENO, TCSANOW, &terminal_at_start) == 0) return;
+  int line = open(terminal_name, O_RDWR | O_NOCTTY | O_NONBLOCK);
+  if (line >= 0) {
+    tcsetattr(line, TCSANOW, &terminal_at_start);
+    close(line);
+  }
+}
 
 // Ctrl+C, SIGTERM and a hang-up end the process, after putting back the
-// terminal mode it had at the start: while the session waits for a key the
-// terminal has echo off. Both calls are safe in a signal handler, and the
-// handler runs on the session's thread, so the session cannot switch the mode
-// again behind it.
+// terminal mode it had at the start. Its calls are safe in a signal handler,
+// and the handler runs on the session's thread, so the session cannot switch
+// the mode again behind it.
 void RestoreTerminalAndExit(int) {
-  tcsetattr(STDIN_FILENO, TCSANOW, &terminal_at_start);
+  RestoreTerminal();
   _exit(0);
+}
+
+// The session switches echo off only while it waits for a key, and puts back
+// the mode it found after every byte. Between two reads the terminal itself
+// echoes what arrives, so a key typed just as the prompt shows, or the rest of
+// an arrow key whose bytes a serial line delivers apart, would show twice or
+// as stray characters. With echo and canonical input off for the whole
+// session, the mode the session puts back has them off as well.
+void TurnEchoOffForTheSession() {
+  termios mode = terminal_at_start;
+  mode.c_lflag &= ~(ECHO | ICANON);
+  tcsetattr(STDIN_FILENO, TCSANOW, &mode);
+}
+
+// Started on /dev/console, as BusyBox init's "console::" entries do, the shell
+// has no controlling terminal: Ctrl+C is just a byte, and a hang-up sends no
+// SIGHUP, which would leave the session spinning on a dead line. A session
+// leader without one takes its terminal; otherwise the user is told.
+void TakeControllingTerminal() {
+  if (tcgetsid(STDIN_FILENO) != -1 || ioctl(STDIN_FILENO, TIOCSCTTY, 0) == 0) {
+    return;
+  }
+  std::fprintf(stderr,
+               "device_shell: standard input is not the controlling "
+               "terminal, so Ctrl+C and hang-ups will not reach the shell.\n"
+               "Start it from an inittab entry that names the tty "
+               "(ttyAMA0::respawn:/usr/bin/device_shell) or through cttyhack "
+               "(::respawn:/bin/cttyhack /usr/bin/device_shell).\n");
 }
 
 }  // namespace
 
 // Every argument names one more command, which does nothing: a scripted
 // session (the benchmark's, for one) can then run its own words and find its
-// lines in the history.
+// lines in the history. The shell has no options; "--" ends them as usual, so
+// getty -n -l /usr/bin/device_shell, which adds one, adds no command.
 int main(int argc, char** argv) {
+  int first_word = 1;
+  if (argc > 1 && std::strcmp(argv[1], "--") == 0) {
+    first_word = 2;
+  } else if (argc > 1 && argv[1][0] == '-') {
+    std::fprintf(stderr, "device_shell: unknown option %s\n", argv[1]);
+    return 2;
+  }
   // On a pipe or a file the session never ends: a pipe whose writer has gone
   // and a file at its end both make every read return at once.
   if (!isatty(STDIN_FILENO)) {
     std::fprintf(stderr, "device_shell: standard input is not a terminal\n");
     return 1;
   }
+  TakeControllingTerminal();
   tcgetattr(STDIN_FILENO, &terminal_at_start);
+  ttyname_r(STDIN_FILENO, terminal_name, sizeof terminal_name);
   struct sigaction ending = {};
   ending.sa_handler = RestoreTerminalAndExit;
   for (int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
     sigaction(signal_number, &ending, nullptr);
   }
+  TurnEchoOffForTheSession();
   DeviceShell shell;
   CmdLineInterface cli;
   std::vector<CmdLineInterface::Command> commands = shell.Commands();
   cli.AddCmdList(commands);
   std::vector<CmdLineInterface::Command> words;
-  for (int i = 1; i < argc; ++i) {
+  for (int i = first_word; i < argc; ++i) {
     words.emplace_back(argv[i], "does nothing", "{}",
                        [](int, char**) { return Result::Success; });
   }
@@ -175,5 +227,6 @@ int main(int argc, char** argv) {
       "zelcli device shell. Type help for the commands, exit to leave.\n");
   cli.SetHeadMessage("board> ");
   cli.Run();
+  RestoreTerminal();
   return 0;
 }
