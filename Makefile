@@ -1,5 +1,7 @@
 # Convenience entry points; everything real is in CMake.
 #   make demo    build and start the device shell in this terminal
+#   make demo-board  boot an emulated ARM board with the device shell on its
+#                serial console, started by BusyBox init, in this terminal
 #   make check   build everything and run every test (what CI runs)
 #   make deb     build the Debian packages for amd64 and armhf into build/deb*
 #   make bench   measure zelcli against readline, libedit and the terminal floor,
@@ -8,7 +10,8 @@
 #   make symbols rewrite cmake/zelcli.symbols from the built library, when the
 #                exported interface is meant to change
 # make check runs, in order: check-native check-static check-arm check-asan
-# check-tsan check-fuzz check-portable check-yocto check-packages bench-smoke;
+# check-tsan check-fuzz check-portable check-yocto check-board check-packages
+# bench-smoke;
 # each can be run on its own once the packages are there. CI then runs
 # check-buildroot with a Buildroot release (BUILDROOT=TARBALL).
 # FUZZ_SECONDS sets how long check-fuzz runs each fuzz target.
@@ -18,7 +21,7 @@ JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev python3 clang-format clang-tidy \
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf clang \
   libclang-rt-14-dev valgrind libreadline-dev libedit-dev strace python3-matplotlib \
-  dpkg-dev libstdc++6:armhf doxygen lintian
+  dpkg-dev libstdc++6:armhf doxygen lintian qemu-system-arm
 SOURCES := $(shell git ls-files '*.cc' '*.h' '*.c' 2>/dev/null || find cli examples tests bench -name '*.cc' -o -name '*.h' -o -name '*.c')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
 BUILDROOT_PACKAGES := make gcc g++ patch perl rsync cpio bc file unzip bzip2 xz-utils \
@@ -27,9 +30,15 @@ FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := session
 TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
 
-.PHONY: demo check packages deb check-native check-static check-arm check-asan check-tsan \
-  check-fuzz check-portable check-yocto check-packages check-buildroot bench bench-smoke \
-  bench-build format format-check symbols
+.PHONY: demo demo-board check packages deb check-native check-static check-arm check-asan check-tsan \
+  check-fuzz check-portable check-yocto check-board check-packages check-buildroot bench \
+  bench-smoke bench-build format format-check symbols arm-static-shell
+
+demo-board:
+	@scripts/ensure-packages.sh cmake make g++-arm-linux-gnueabihf qemu-system-arm python3
+	$(MAKE) arm-static-shell
+	/usr/bin/python3 scripts/board.py $(BUILD)/armhf-debs $(BUILD)/demo-board \
+	  $(BUILD)/arm-static/examples/device_shell
 
 demo:
 	@scripts/ensure-packages.sh cmake g++ make
@@ -40,7 +49,7 @@ demo:
 check: packages
 	$(MAKE) format-check
 	$(MAKE) check-native check-static check-arm check-asan check-tsan check-fuzz \
-	  check-portable check-yocto check-packages bench-smoke
+	  check-portable check-yocto check-board check-packages bench-smoke
 
 packages:
 	@scripts/ensure-packages.sh $(CHECK_PACKAGES)
@@ -123,12 +132,31 @@ check-portable:
 	tests/install/install_test.sh .
 	tests/install/sysroot_test.sh . $(BUILD)/armhf-debs
 
-# The Yocto layer's recipe and its ptest, run on the ARM build of the tests.
+# The Yocto layer's recipe; its run-ptest runs on the board (check-board).
 check-yocto:
-	@echo "== Yocto layer: recipe, and run-ptest on ARM"
+	@echo "== Yocto layer: recipe"
+	tests/yocto/layer_test.sh .
+
+# The device shell on the serial console of an emulated ARM board (Debian's
+# armmp kernel under qemu-system-arm, BusyBox init), shared and linked
+# statically; the board's Debian packages are kept in $(BUILD)/armhf-debs.
+check-board:
+	@echo "== ARM board: the device shell on the serial console, started by BusyBox init"
+	cmake -S . -B $(BUILD)/check $(TEST_BUILD) >/dev/null
+	cmake --build $(BUILD)/check -j$(JOBS) --target device_shell
 	cmake -S . -B $(BUILD)/arm -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN) $(TEST_BUILD) >/dev/null
-	cmake --build $(BUILD)/arm -j$(JOBS) --target zelcli_tests
-	tests/yocto/layer_test.sh . $(BUILD)/arm
+	cmake --build $(BUILD)/arm -j$(JOBS) --target device_shell zelcli_tests
+	$(MAKE) arm-static-shell
+	arm-linux-gnueabihf-gcc -static -O2 -Wall -Werror -o $(BUILD)/arm-static/hangup tests/board/hangup.c
+	/usr/bin/python3 tests/board/board_test.py $(BUILD)/check/examples/device_shell $(BUILD)/arm \
+	  $(BUILD)/arm-static $(BUILD)/arm-static/hangup $(BUILD)/armhf-debs $(BUILD)/board
+
+# The device shell for 32-bit ARM with everything linked in, as the board
+# runs it.
+arm-static-shell:
+	cmake -S . -B $(BUILD)/arm-static -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN) $(TEST_BUILD) \
+	  -DBUILD_SHARED_LIBS=OFF -DCMAKE_EXE_LINKER_FLAGS=-static >/dev/null
+	cmake --build $(BUILD)/arm-static -j$(JOBS) --target device_shell
 
 check-packages: deb
 	@echo "== Debian packages: linted, unpacked into a private root, built against"

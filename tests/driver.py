@@ -8,8 +8,8 @@
 # pieces.
 #
 # The terminal is 80x24 and starts from the kernel's defaults less output
-# post-processing, CR-to-LF translation, flow control, signal keys (unless
-# asked for) and extended input processing, so the bytes on both sides are the
+# post-processing, CR-to-LF translation, flow control, signal keys and
+# extended input processing, so the bytes on both sides are the
 # programs' own. The host's standard error is a pipe of its own, and its
 # descriptor 3 a socket for requests and their answers (see host.cc).
 
@@ -39,7 +39,7 @@ def read_available(fd):
 
 
 class Session:
-    def __init__(self, argv, signal_keys=False):
+    def __init__(self, argv):
         self.master, self.slave = os.openpty()
         fcntl.ioctl(self.slave, termios.TIOCSWINSZ,
                     struct.pack("HHHH", 24, 80, 0, 0))
@@ -47,7 +47,7 @@ class Session:
         mode[0] &= ~(termios.ICRNL | termios.INLCR | termios.IGNCR |
                      termios.IXON | termios.IXOFF)
         mode[1] &= ~termios.OPOST
-        mode[3] &= ~((0 if signal_keys else termios.ISIG) | termios.IEXTEN)
+        mode[3] &= ~(termios.ISIG | termios.IEXTEN)
         termios.tcsetattr(self.slave, termios.TCSANOW, mode)
         self.errors, errors_end = os.pipe()
         self.control, control_end = socket.socketpair()

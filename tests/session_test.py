@@ -1,7 +1,6 @@
 # The session tests: the test host (host.cc) driven on a pseudo-terminal.
 #
-#   session_test.py transcript FILE NAME   plays one scenario of a transcript
-#   session_test.py shell COMMAND...       the device shell's signal handling
+#   session_test.py FILE NAME   plays one scenario of a transcript
 #
 # ZELCLI_TEST_HOST is the host's command line (behind an emulator for another
 # machine's build); ZELCLI_TEST_VALGRIND, when set, a command to run it under.
@@ -29,10 +28,7 @@
 
 import os
 import re
-import signal
-import subprocess
 import sys
-import termios
 
 from driver import PATIENCE, Session
 
@@ -133,32 +129,8 @@ def transcript(file, name):
     return failures
 
 
-def shell(*argv):
-    # The device shell refuses standard input that is not a terminal, and on
-    # Ctrl+C, SIGTERM and a hang-up puts back the terminal's mode (echo is off
-    # while it waits for a key) and exits.
-    failures, both = [], termios.ICANON | termios.ECHO
-    refused = subprocess.run(argv, input=b"status\n", capture_output=True,
-                             timeout=PATIENCE)
-    check(failures, "on a pipe", b"device_shell: standard input is not a "
-          b"terminal\n", refused.stderr)
-    check(failures, "exit status on a pipe", 1, refused.returncode)
-    for ending in ("Ctrl+C", "SIGTERM", "SIGHUP"):
-        session = Session(list(argv), signal_keys=True)
-        check(failures, f"{ending}: waiting", 0, session.local_modes() & both)
-        if ending == "Ctrl+C":
-            os.write(session.master, b"\x03")
-        else:
-            os.kill(session.pid, getattr(signal, ending))
-        session.wait_until("exit", lambda: session.exit_status() is not None)
-        check(failures, f"{ending}: exit status", 0, session.exit_status())
-        check(failures, f"{ending}: after", both, session.local_modes() & both)
-        session.close()
-    return failures
-
-
-def main(command, *arguments):
-    failures = {"transcript": transcript, "shell": shell}[command](*arguments)
+def main(file, name):
+    failures = transcript(file, name)
     for failure in failures:
         print("FAILED at", failure)
     print(f"{len(failures)} failed" if failures else "ok")

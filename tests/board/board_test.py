@@ -1,0 +1,218 @@
+# The device shell on the serial console of an emulated 32-bit ARM board
+# (board.py), started by BusyBox init as users start it.
+#
+#   board_test.py NATIVE_SHELL ARM_BUILD ARM_STATIC_BUILD HANGUP DEB_CACHE WORK
+#
+# NATIVE_SHELL is the device shell built for this machine; ARM_BUILD holds the
+# shared library, the shared device shell and the in-process tests,
+# ARM_STATIC_BUILD the device shell linked statically; HANGUP is hangup.c built
+# for the board.
+#
+# Keys are typed one at a time, each once the bytes of the one before have
+# come back, as a quick typist would. The bytes expected are those the same
+# keys get from the device shell on this machine, driven on a pseudo-terminal,
+# with the serial line's ONLCR applied (each LF goes out as CR LF).
+
+import os
+import re
+import signal
+import sys
+import time
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(
+    __file__))))
+sys.path[:0] = [f"{SOURCE}/tests", f"{SOURCE}/scripts"]
+from board import INITTAB, Board, Silent, make_image  # noqa: E402
+from driver import Session  # noqa: E402
+from session_test import BYTES, token_bytes, words  # noqa: E402
+
+SESSION = ('"help" Enter "set mode fast" Left Left Left Backspace "F" Home End '
+           'Enter "get mode" Enter Up Up Down Enter "s" Tab Down PgDn Up Enter '
+           'Enter "led?" Enter "exit" Enter')
+PROMPT_KEYS = '"x" Enter ' * 10
+ARROW_KEYS = '"ab" Left Right Enter ' * 20
+ARROW_GAP = 0.0004  # seconds between the bytes of an arrow key, as a UART
+KEY_NAMES = {value: name for name, value in BYTES.items() if not name.isupper()}
+NAMES = {0: "NUL", 8: "BS", 9: "TAB", 10: "LF", 13: "CR", 27: "ESC", 127: "DEL"}
+
+
+def notation(data):
+    # Bytes as the transcripts write them: "text" LF ESC "[1F" 0x03.
+    runs = re.findall(rb'[ !#-~]+|[^ !#-~]', data)
+    return " ".join(f'"{run.decode()}"' if 0x20 <= run[0] < 0x7F and
+                    run != b'"' else NAMES.get(run[0], f"0x{run[0]:02X}")
+                    for run in runs) or "-"
+
+
+def name(key):
+    return KEY_NAMES.get(key) or notation(key)
+
+
+def keys(script):
+    # The keys of a script in transcript notation, text a key per character.
+    return [key for token in words(script) for key in (
+        [bytes([c]) for c in token[1:-1].encode()]
+        if token.startswith('"') else [token_bytes(token, {})])]
+
+
+def native(shell, script):
+    # What the device shell on this machine writes at the start and for each
+    # key, as the serial line sends it.
+    session = Session([shell])
+    written = [session.startup_output] + [session.type(k) for k in keys(script)]
+    session.close()
+    return [output.replace(b"\n", b"\r\n") for output in written]
+
+
+class Check:
+    def __init__(self, board, greeting):
+        self.board, self.greeting, self.failures = board, greeting, []
+
+    def expect(self, what, expected, actual):
+        if expected != actual:
+            self.failures.append(f"{what}\n  expected: {expected}\n"
+                                 f"  actual:   {actual}")
+
+    def play(self, what, script, expected, gap=0.0):
+        # Types the keys and compares, line by line (up to a key whose bytes
+        # end with the prompt), the bytes that come back. Returns how many
+        # lines differ and how many bytes came that were not expected.
+        prompt = self.greeting[-len(b"board> "):]
+        lines_differing = extra = 0
+        line, got, wanted = [], b"", b""
+        for key, output in zip(keys(script), expected):
+            for i, byte in enumerate(key):
+                time.sleep(gap if i else 0)
+                self.board.type(bytes([byte]))
+            line.append((key, len(wanted)))
+            wanted += output
+            end = prompt if wanted.endswith(prompt) else b""
+            got += self.board.read_until(
+                lambda new: len(got + new) >= len(wanted) and
+                (got + new).endswith(end),
+                f"answer {name(key)} in {what} with {notation(output)}")
+            if not end:
+                continue
+            if got != wanted:
+                lines_differing += 1
+                extra += max(0, len(got) - len(wanted))
+                part = len(os.path.commonprefix([got, wanted]))
+                key, start = [k for k in line if k[1] <= part][-1]
+                self.expect(f"{what}, at {name(key)} in "
+                            f"{' '.join(name(k) for k, _ in line)}",
+                            notation(wanted[start:]), notation(got[start:]))
+            line, got, wanted = [], b"", b""
+        return lines_differing, extra
+
+    def greets(self, what):
+        # The shell that init starts next greets on the line, and nothing else
+        # but the line break that getty writes first.
+        startup = self.board.read_until(
+            lambda new: new.endswith(self.greeting), f"greet {what}")
+        self.expect(f"{what}: the greeting", notation(self.greeting),
+                    notation(startup.lstrip(b"\r\n")))
+
+    def serial_entry(self, line=None):
+        # Puts the inittab entry for the serial line in place of the one
+        # before, once the shell that one started has gone.
+        base = INITTAB.replace("\n", "\\n")
+        self.board.run(f"printf '{base}' >/etc/inittab; kill -HUP 1; "
+                       "while pidof device_shell; do usleep 10000; done")
+        if line:
+            self.board.run(f"echo '{line}' >>/etc/inittab; kill -HUP 1")
+
+    def entry(self, line, help_bytes):
+        # The shell started by an inittab entry must show the greeting alone,
+        # list exactly the device shell's commands, and end on Ctrl+C and on a
+        # hang-up, to be started again by init.
+        self.serial_entry(line)
+        self.greets(line)
+        self.play(line, '"help" Enter', help_bytes)
+        self.board.type(b"\x03")
+        self.greets(f"{line}, after Ctrl+C")
+        self.board.run("hangup /dev/ttyAMA0")
+        self.greets(f"{line}, after a hang-up")
+
+    def endings(self):
+        # Started by hand, the shell refuses options and standard input that
+        # is not a terminal, and on the line, leaves it in the modes it found
+        # on each way out.
+        refusals = [self.board.run(f"device_shell {how} 2>&1")
+                    for how in ("</dev/null", "-x")]
+        self.expect("refusals", [
+            ("device_shell: standard input is not a terminal\n", 1),
+            ("device_shell: unknown option -x\n", 2)], refusals)
+        self.serial_entry()
+        before = self.board.run("stty -F /dev/ttyAMA0 -g")
+        for ending, how in (("exit", b"exit\r"), ("Ctrl+C", b"\x03"),
+                            ("SIGTERM", "kill $shell"),
+                            ("a hang-up", "hangup /dev/ttyAMA0")):
+            self.board.run("setsid -c device_shell <>/dev/ttyAMA0 >&0 2>&0 &"
+                           " shell=$!")
+            self.board.read_until(lambda new: new.endswith(self.greeting),
+                                  "start from the control console")
+            if isinstance(how, bytes):
+                self.board.type(how)
+            else:
+                self.board.run(how)
+            self.expect(f"after {ending}: exit status and the line's modes",
+                        [("", 0), before], [self.board.run("wait $shell"),
+                        self.board.run("stty -F /dev/ttyAMA0 -g")])
+
+
+def main(native_shell, arm, arm_static, hangup, cache, work):
+    started = time.monotonic()
+    image = make_image(cache, work, {
+        "/usr/bin/device_shell": f"{arm}/examples/device_shell",
+        "/usr/bin/device_shell.static": f"{arm_static}/examples/device_shell",
+        "/usr/lib/libzelcli.so.0": f"{arm}/libzelcli.so.0",
+        "/usr/bin/hangup": hangup,
+        "/usr/lib/zelcli/ptest/zelcli_tests": f"{arm}/tests/zelcli_tests",
+        "/usr/lib/zelcli/ptest/run-ptest":
+            f"{SOURCE}/meta-zelcli/recipes-support/zelcli/zelcli/run-ptest"},
+        "ttyAMA0::respawn:/usr/bin/device_shell\n")
+    session = native(native_shell, SESSION)
+    board = Board(*image)
+    check = Check(board, session[0])
+    try:
+        check.greets("boot")
+        print(f"boot to prompt: {time.monotonic() - board.started:.1f} s")
+        # The shell that init starts after exit is the static one, which the
+        # rest of the check uses.
+        board.run("ln -sf device_shell.static /usr/bin/device_shell")
+        for build in ("shared", "static"):
+            check.play(f"session ({build})", SESSION,
+                       session[1:-1] + [session[-1] + session[0]])
+        doubled, _ = check.play("keys at the prompt", PROMPT_KEYS,
+                                native(native_shell, PROMPT_KEYS)[1:])
+        print(f"keys typed at the prompt: {doubled} of 10 echoed twice")
+        _, stray = check.play("arrow keys whose bytes come apart", ARROW_KEYS,
+                              native(native_shell, ARROW_KEYS)[1:], ARROW_GAP)
+        print(f"arrow keys with their bytes 400 us apart: {stray} stray bytes "
+              "in 40")
+        check.endings()
+        help_bytes = native(native_shell, '"help" Enter')[1:]
+        guide = open(f"{SOURCE}/docs/guide.md").read()
+        # Every inittab entry the guide gives, in its examples and its text.
+        for line in re.findall(r"^\w*::respawn:.*$|(?<=`)\S*::respawn:[^`]*",
+                               guide, re.M):
+            check.entry(line, help_bytes)
+        ptest = board.run("/usr/lib/zelcli/ptest/run-ptest")[0].splitlines()
+        check.expect("run-ptest: lines that are not PASS:", [],
+                     [line for line in ptest if not line.startswith("PASS: ")])
+        print(f"run-ptest on the board: {len(ptest)} lines")
+    except Silent as silent:
+        check.failures.append(f"{silent}; it wrote {notation(silent.received)}")
+    finally:
+        board.close()
+    print(f"board check: {time.monotonic() - started:.0f} s")
+    for failure in check.failures:
+        print("FAILED:", failure)
+    print(f"{len(check.failures)} failed" if check.failures else "ok")
+    return 1 if check.failures else 0
+
+
+if __name__ == "__main__":
+    # Ended from outside, it still ends qemu on the way out.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("terminated"))
+    sys.exit(main(*sys.argv[1:]))
