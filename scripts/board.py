@@ -85,8 +85,10 @@ def write_cpio(root, path):
                 path = os.path.join(directory, name)
                 if os.path.islink(path):
                     data = os.readlink(path).encode()
+                elif os.path.isdir(path):
+                    data = b""
                 else:
-                    data = b"" if os.path.isdir(path) else open(path, "rb").read()
+                    data = open(path, "rb").read()
                 out.write(cpio_entry(os.path.relpath(path, root),
                                      os.lstat(path).st_mode, data))
         out.write(cpio_entry("TRAILER!!!", 0))
@@ -137,7 +139,8 @@ class Board:
         serial, self.serial = socket.socketpair()
         control, self.control = socket.socketpair()
         line = ["mon:stdio"] if terminal else [
-            "chardev:serial", "-chardev", f"socket,id=serial,fd={serial.fileno()}"]
+            "chardev:serial", "-chardev",
+            f"socket,id=serial,fd={serial.fileno()}"]
         self.started = time.monotonic()
         self.qemu = subprocess.Popen(
             ["qemu-system-arm", "-M", "virt", "-m", "256", "-nodefaults",
