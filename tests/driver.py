@@ -9,9 +9,9 @@
 #
 # The terminal is 80x24 and starts from the kernel's defaults less output
 # post-processing, CR-to-LF translation, flow control, signal keys and
-# extended input processing, so the bytes on both sides are the
-# programs' own. The host's standard error is a pipe of its own, and its
-# descriptor 3 a socket for requests and their answers (see host.cc).
+# extended input processing, so the bytes on both sides are the programs'
+# own. The host's standard error is a pipe of its own, and its descriptor 3 a
+# socket for requests and their answers (see host.cc).
 
 import fcntl
 import os

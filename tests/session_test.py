@@ -30,7 +30,7 @@ import os
 import re
 import sys
 
-from driver import PATIENCE, Session
+from driver import Session
 
 BYTES = {"NUL": b"\0", "BS": b"\b", "TAB": b"\t", "LF": b"\n", "CR": b"\r",
          "ESC": b"\x1b", "SP": b" ", "DEL": b"\x7f", "RED": b"\x1b[31m",

@@ -33,7 +33,8 @@ PROMPT_KEYS = '"x" Enter ' * 10
 ARROW_KEYS = '"ab" Left Right Enter ' * 20
 ARROW_GAP = 0.0004  # seconds between the bytes of an arrow key, as a UART
 KEY_NAMES = {value: name for name, value in BYTES.items() if not name.isupper()}
-NAMES = {0: "NUL", 8: "BS", 9: "TAB", 10: "LF", 13: "CR", 27: "ESC", 127: "DEL"}
+NAMES = {value[0]: name for name, value in BYTES.items()
+         if name.isupper() and len(value) == 1}
 
 
 def notation(data):
