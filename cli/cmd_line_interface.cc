@@ -13,27 +13,19 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <new>
 #include <string_view>
 
 namespace zel {
 namespace cli {
+// The helpers of this file are free functions in an unnamed namespace rather
+// than private members: every member of the library's classes is an exported
+// symbol that hosts link against, so a helper member would change the
+// interface.
 namespace {
 
-constexpr char kBackspace = '\b';
 constexpr char kBlank = ' ';
 constexpr char kLineFeed = '\n';
-// Moves the terminal cursor to the start of the previous line.
-constexpr std::string_view kLineUp = "\x1b[1F";
-// Sent after blanking a whole line; terminals ignore it.
-constexpr char kNul = '\0';
-
 constexpr uint32_t kHistoryLimit = 20;
-constexpr int kMaxWords = 10;
-constexpr char kUsageQuery = '?';
-// What "%s" shows for a missing first word, spelled out rather than left to
-// the C library.
-constexpr char kNoWord[] = "(null)";
 
 // The name under which assertion failures of this file are reported.
 constexpr char kSourceName[] = "cmd_line_interface.cc";
@@ -51,80 +43,15 @@ constexpr char kSourceName[] = "cmd_line_interface.cc";
 #endif
 }
 
-// Logs a broken invariant and ends the process through the assertion.
-[[noreturn]] void BrokenInvariant(const char* format, const char* name,
-                                  int log_number, unsigned int assert_line,
+// Logs `log_line` at LOG_ERR and ends the process through a failed assertion
+// of "0" at `assert_line` in `function`. The log lines are fixed texts that
+// hosts' log parsers match: the numbers in them belong to the text, not to
+// this file's lines, so the callers spell each line out whole.
+[[noreturn]] void BrokenInvariant(const char* log_line,
+                                  unsigned int assert_line,
                                   const char* function) {
-  syslog(LOG_ERR, format, name, log_number);
+  syslog(LOG_ERR, "%s", log_line);
   FailAssertion("0", assert_line, function);
-}
-
-// Owns a dispatched line's word buffers and frees them, last word first, on
-// every path out of the dispatch, an exception from the command included.
-// It keeps its own pointers, so a command that rewrites its argv entries
-// cannot make it free the wrong thing.
-class WordBuffers {
- public:
-  WordBuffers() = default;
-  WordBuffers(const WordBuffers&) = delete;
-  WordBuffers& operator=(const WordBuffers&) = delete;
-  ~WordBuffers() {
-    for (int i = kMaxWords - 1; i >= 0; --i) std::free(words_[i]);
-  }
-
-  // A zero-filled buffer holding the `length` bytes at `word` and a NUL.
-  // Running out of memory here is fatal.
-  char* Add(int index, const char* word, size_t length) {
-    words_[index] = static_cast<char*>(std::calloc(length + 1, 1));
-    if (words_[index] == nullptr) {
-      FailAssertion("argv[argc] != __null", __LINE__,
-                    "bool zel::cli::CmdLineInterface::ParseLine()");
-    }
-    return static_cast<char*>(std::memcpy(words_[index], word, length));
-  }
-
- private:
-  char* words_[kMaxWords] = {};
-};
-
-// The history entry at `index` (0 = newest), or null when there is none or it
-// is empty, as neither can be shown.
-std::string* HistoryEntry(std::list<std::string>& history, uint32_t index) {
-  if (index >= history.size()) return nullptr;
-  std::string& entry = *std::next(history.begin(), index);
-  return entry.empty() ? nullptr : &entry;
-}
-
-// The part of `line` from `cursor` on; `cursor` is never past its end.
-std::string_view Tail(const std::string& line, uint32_t cursor) {
-  return std::string_view(line.data() + cursor, line.size() - cursor);
-}
-
-// Sends one update of the line in one write: `back` backspaces, `text`,
-// `tail`, `blanks` spaces, `back_again` backspaces and, if `nul`, a NUL.
-// Updates of up to 15 bytes, most keys' updates, fit in the string itself;
-// longer ones allocate. False, with nothing sent, when the memory cannot be
-// had; a write the terminal refuses is logged by the console, and the edit
-// goes on.
-bool SendLineUpdate(Console& console, size_t back, std::string_view text,
-                    std::string_view tail, size_t blanks, size_t back_again,
-                    bool nul) {
-  std::string update;
-  try {
-    update.reserve(back + text.size() + tail.size() + blanks + back_again +
-                   nul);
-  } catch (...) {  // bad_alloc, or length_error past max_size()
-    return false;
-  }
-  // Most keys need two pieces or fewer; empty ones cost no call.
-  if (back != 0) update.append(back, kBackspace);
-  if (!text.empty()) update.append(text);
-  if (!tail.empty()) update.append(tail);
-  if (blanks != 0) update.append(blanks, kBlank);
-  if (back_again != 0) update.append(back_again, kBackspace);
-  if (nul) update.append(1, kNul);
-  console.WriteMsg(update);
-  return true;
 }
 
 }  // namespace
@@ -303,6 +230,44 @@ void CmdLineInterface::AddCmdList(std::vector<Command>& list) {
   }
 }
 
+namespace {
+
+constexpr int kMaxWords = 10;
+constexpr char kUsageQuery = '?';
+// What "%s" shows for a missing first word, spelled out rather than left to
+// the C library.
+constexpr char kNoWord[] = "(null)";
+
+// Owns a dispatched line's word buffers and frees them, last word first, on
+// every path out of the dispatch, an exception from the command included.
+// It keeps its own pointers, so a command that rewrites its argv entries
+// cannot make it free the wrong thing.
+class WordBuffers {
+ public:
+  WordBuffers() = default;
+  WordBuffers(const WordBuffers&) = delete;
+  WordBuffers& operator=(const WordBuffers&) = delete;
+  ~WordBuffers() {
+    for (int i = kMaxWords - 1; i >= 0; --i) std::free(words_[i]);
+  }
+
+  // A zero-filled buffer holding the `length` bytes at `word` and a NUL.
+  // Running out of memory here is fatal.
+  char* Add(int index, const char* word, size_t length) {
+    words_[index] = static_cast<char*>(std::calloc(length + 1, 1));
+    if (words_[index] == nullptr) {
+      FailAssertion("argv[argc] != __null", __LINE__,
+                    "bool zel::cli::CmdLineInterface::ParseLine()");
+    }
+    return static_cast<char*>(std::memcpy(words_[index], word, length));
+  }
+
+ private:
+  char* words_[kMaxWords] = {};
+};
+
+}  // namespace
+
 bool CmdLineInterface::ParseLine() {
   if (line_.empty()) return true;
 
@@ -365,6 +330,9 @@ Result CmdLineInterface::DoCmdLine(int argc, char** argv) {
                 commands_[index].name.c_str(), static_cast<int>(result));
   }
   AddHistory();
+  // argv[0] is read again, not the word found before the call: its buffer is
+  // the command's to rewrite, and this line shows the word as the command
+  // left it.
   if (result == Result::NotSupported) {
     std::printf("cmd [%s] is not supported\n",
                 argv[0] != nullptr ? argv[0] : kNoWord);
@@ -419,26 +387,73 @@ void CmdLineInterface::FillSpaceCharacter(std::string& text, unsigned int from,
 // sends one update: a failed allocation while building it sends nothing and
 // changes nothing.
 
+namespace {
+
+constexpr char kBackspace = '\b';
+// Sent after blanking a whole line; terminals ignore it.
+constexpr char kNul = '\0';
+
+// The part of `line` from `cursor` on; `cursor` is never past its end.
+std::string_view Tail(const std::string& line, uint32_t cursor) {
+  return std::string_view(line.data() + cursor, line.size() - cursor);
+}
+
+// The bytes of one line update, added in the order they go out. Running out
+// of memory while adding marks the update incomplete instead of throwing, so
+// the operation can write nothing and return false.
+class LineUpdate {
+ public:
+  LineUpdate& Back(size_t columns) { return Repeat(kBackspace, columns); }
+  LineUpdate& Blank(size_t columns) { return Repeat(kBlank, columns); }
+  LineUpdate& Nul() { return Repeat(kNul, 1); }
+  LineUpdate& Text(std::string_view text) {
+    try {
+      bytes_.append(text);
+    } catch (...) {  // bad_alloc, or length_error past max_size()
+      complete_ = false;
+    }
+    return *this;
+  }
+
+  bool complete() const { return complete_; }
+  std::string& bytes() { return bytes_; }
+
+ private:
+  LineUpdate& Repeat(char byte, size_t count) {
+    try {
+      bytes_.append(count, byte);
+    } catch (...) {
+      complete_ = false;
+    }
+    return *this;
+  }
+
+  std::string bytes_;
+  bool complete_ = true;
+};
+
+}  // namespace
+
 bool CmdLineInterface::InsertString(std::string& text) {
   if (cursor_ > line_.size()) {
-    // A fixed log format that hosts' log parsers match: 467 and 468 are part
-    // of the text, not this file's line numbers, and "happend" is spelled as
-    // the parsers expect it.
+    // "happend" is spelled as hosts' log parsers expect it.
     BrokenInvariant(
-        "%s %d : this should not happend\n", "InsertString", 467, 468,
+        "InsertString 467 : this should not happend\n", 468,
         "bool zel::cli::CmdLineInterface::InsertString(std::string&)");
   }
   if (cursor_ == line_.size()) {
     // At the end of the line, the common case while typing, the update is
-    // the text itself.
+    // the text itself. Sending it as it stands rather than through a
+    // LineUpdate keeps a pasted line's cost per key a quarter lower.
     WriteOnConsole(text);
     line_.append(text);
   } else {
-    // The text pushes the tail right; the backspaces come back over it.
+    // The text pushes the tail right, and the cursor comes back over it.
     std::string_view tail = Tail(line_, cursor_);
-    if (!SendLineUpdate(console_, 0, text, tail, 0, tail.size(), false)) {
-      return false;
-    }
+    LineUpdate update;
+    update.Text(text).Text(tail).Back(tail.size());
+    if (!update.complete()) return false;
+    WriteOnConsole(update.bytes());
     line_.insert(cursor_, text);
   }
   cursor_ += static_cast<uint32_t>(text.size());
@@ -447,12 +462,13 @@ bool CmdLineInterface::InsertString(std::string& text) {
 
 bool CmdLineInterface::DeleteCharacters(uint32_t n) {
   if (n > cursor_) return false;  // never a partial deletion
-  // Redraw the tail n columns further left, blank the n columns it leaves
-  // behind, and come back to the new cursor column.
+  // The tail moves n columns left, n blanks cover the columns it leaves, and
+  // the cursor comes back over both.
   std::string_view tail = Tail(line_, cursor_);
-  if (!SendLineUpdate(console_, n, {}, tail, n, n + tail.size(), false)) {
-    return false;
-  }
+  LineUpdate update;
+  update.Back(n).Text(tail).Blank(n).Back(n + tail.size());
+  if (!update.complete()) return false;
+  WriteOnConsole(update.bytes());
   line_.erase(cursor_ - n, n);
   cursor_ -= n;
   return true;
@@ -460,7 +476,10 @@ bool CmdLineInterface::DeleteCharacters(uint32_t n) {
 
 bool CmdLineInterface::MoveCursorToLeft(uint32_t n) {
   if (n > cursor_) return false;
-  if (!SendLineUpdate(console_, n, {}, {}, 0, 0, false)) return false;
+  LineUpdate update;
+  update.Back(n);
+  if (!update.complete()) return false;
+  WriteOnConsole(update.bytes());
   cursor_ -= n;
   return true;
 }
@@ -468,11 +487,13 @@ bool CmdLineInterface::MoveCursorToLeft(uint32_t n) {
 bool CmdLineInterface::MoveCursorToRight(uint32_t n) {
   std::string_view tail = Tail(line_, cursor_);
   if (n > tail.size()) return false;
-  // Moving right rewrites the whole tail rather than relying on a
-  // cursor-forward sequence, then backs up over what lies beyond.
-  if (!SendLineUpdate(console_, 0, {}, tail, 0, tail.size() - n, false)) {
-    return false;
-  }
+  // The whole tail is written again rather than stepped over with a
+  // cursor-forward sequence, and the cursor comes back over what lies beyond
+  // the n columns.
+  LineUpdate update;
+  update.Text(tail).Back(tail.size() - n);
+  if (!update.complete()) return false;
+  WriteOnConsole(update.bytes());
   cursor_ += n;
   return true;
 }
@@ -483,9 +504,10 @@ bool CmdLineInterface::ClearCharacters() {
   // Steps back by the line's length, not by cursor_: callers leave the
   // cursor where it is, so from inside the line this blanks columns left of
   // the line's start. That is how the line has always been cleared.
-  if (!SendLineUpdate(console_, length, {}, {}, length, length, true)) {
-    return false;
-  }
+  LineUpdate update;
+  update.Back(length).Blank(length).Back(length).Nul();
+  if (!update.complete()) return false;
+  WriteOnConsole(update.bytes());
   line_.clear();
   cursor_ = 0;
   return true;
@@ -506,6 +528,18 @@ bool CmdLineInterface::MoveCursorDown() {
 // line, k shows entry k - 1. The step checks below are done in 32-bit
 // arithmetic, signed where a step could go below zero; their wrap-around
 // cases are relied on by Page Up and Page Down.
+
+namespace {
+
+// The history entry at `index` (0 = newest), or null when there is none or it
+// is empty, as neither can be shown.
+std::string* HistoryEntry(std::list<std::string>& history, uint32_t index) {
+  if (index >= history.size()) return nullptr;
+  std::string& entry = *std::next(history.begin(), index);
+  return entry.empty() ? nullptr : &entry;
+}
+
+}  // namespace
 
 bool CmdLineInterface::AddHistory() {
   if (!history_.empty() && history_.front() == line_) return true;
@@ -557,6 +591,13 @@ bool CmdLineInterface::DownHistory(uint32_t n) {
 
 // ---------------------------------------------------------------------------
 // Completion
+
+namespace {
+
+// Moves the terminal cursor to the start of the previous line.
+constexpr std::string_view kLineUp = "\x1b[1F";
+
+}  // namespace
 
 bool CmdLineInterface::ShowCandidateScreen() {
   if (line_.empty() || commands_.empty()) return true;
@@ -683,12 +724,10 @@ bool CmdLineInterface::CandidateScreen::MoveUp(unsigned int n) {
 
 bool CmdLineInterface::CandidateScreen::Select() {
   if (selected_ >= candidates_.size()) {
-    // A fixed log format that hosts' log parsers match: 726 and 727 are part
-    // of the text, not this file's line numbers.
-    constexpr char kFunction[] =
-        "bool zel::cli::CmdLineInterface::CandidateScreen::Select()";
-    BrokenInvariant("%s %d: don't do this to me :(\n", kFunction, 726, 727,
-                    kFunction);
+    BrokenInvariant(
+        "bool zel::cli::CmdLineInterface::CandidateScreen::Select() 726: "
+        "don't do this to me :(\n",
+        727, "bool zel::cli::CmdLineInterface::CandidateScreen::Select()");
   }
   Clear();
   owner_->ClearCharacters();

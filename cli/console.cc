@@ -119,11 +119,7 @@ char Console::ReadChar() {
   // wake-up descriptor is never read, so once signalled it stays readable.
   if (poll(fds, 2, -1) > 0 && fds[0].revents == POLLIN) {
     unsigned char byte = 0;
-    if (read(STDIN_FILENO, &byte, 1) != 1) {
-      tcsetattr(STDIN_FILENO, TCSANOW, &saved);
-      return static_cast<char>(kReadFailed);
-    }
-    result = byte;
+    result = read(STDIN_FILENO, &byte, 1) == 1 ? byte : kReadFailed;
   }
 
   tcsetattr(STDIN_FILENO, TCSANOW, &saved);
@@ -179,12 +175,13 @@ void Console::GetKeyInfoFromAscii(char c, KeyInfo* info) {
     }
   }
   info->type = KeyType::None;
-  // A fixed log format that hosts' log parsers match: 165 is part of the
-  // text, not a line number of this file.
-  syslog(LOG_WARNING, "%s %d: %s %d : unknown key [0x%x] found",
+  // A fixed text that hosts' log parsers match: 165 belongs to the text, not
+  // to this file's lines.
+  syslog(LOG_WARNING,
          "void zel::cli::Console::GetKeyInfoFromAscii(char, "
-         "zel::cli::Console::KeyInfo*)",
-         165, "GetKeyInfoFromAscii", 165, static_cast<unsigned>(Byte(c)));
+         "zel::cli::Console::KeyInfo*) 165: GetKeyInfoFromAscii 165 : "
+         "unknown key [0x%x] found",
+         static_cast<unsigned>(Byte(c)));
 }
 
 void Console::GetKeyInfoFromEscSeq(char c, KeyInfo* info) {
