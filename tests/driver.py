@@ -7,7 +7,7 @@
 # No exchange depends on timing, even for keys that the terminal hands on in
 # pieces.
 #
-# The terminal is 80x24 and starts from the kernel's defaults less output
+# The terminal starts from the kernel's defaults less output
 # post-processing, CR-to-LF translation, flow control, signal keys and
 # extended input processing, so the bytes on both sides are the programs'
 # own. The host's standard error is a pipe of its own, and its descriptor 3 a
@@ -22,9 +22,12 @@ import struct
 import termios
 import time
 
-# The poll() and ppoll() system call numbers of this machine's kernel, which
-# /proc shows for emulated hosts too.
-POLL_CALLS = {"x86_64": {7, 271}, "aarch64": {73}}[platform.machine()]
+# The numbers of poll(), ppoll() and, on 32-bit machines, ppoll_time64() in
+# this machine's kernel, which /proc shows for emulated hosts too; None on a
+# machine not listed, where no host can be driven.
+POLL_CALLS = {"x86_64": {7, 271}, "aarch64": {73}, "armv7l": {168, 336, 414},
+              "armv8l": {168, 336, 414}, "i686": {168, 309, 414},
+              }.get(platform.machine())
 PATIENCE = 60  # seconds; generous for loaded machines and emulators
 
 
@@ -41,8 +44,6 @@ def read_available(fd):
 class Session:
     def __init__(self, argv):
         self.master, self.slave = os.openpty()
-        fcntl.ioctl(self.slave, termios.TIOCSWINSZ,
-                    struct.pack("HHHH", 24, 80, 0, 0))
         mode = termios.tcgetattr(self.slave)
         mode[0] &= ~(termios.ICRNL | termios.INLCR | termios.IGNCR |
                      termios.IXON | termios.IXOFF)
@@ -96,7 +97,8 @@ class Session:
             return self.exit_status() is not None or (
                 self.field("io", "rchar") >= bytes_read and
                 self.field("status", "voluntary_ctxt_switches") > switches_before
-                and unread == 0 and not self.local_modes() & termios.ICANON
+                and unread == 0
+                and not termios.tcgetattr(self.slave)[3] & termios.ICANON
                 and self.in_poll())
         self.wait_until("wait for a key", waiting)
         output, self.output = self.output, b""
@@ -113,9 +115,6 @@ class Session:
         self.collect()
         log, self.log = self.log, b""
         return log
-
-    def local_modes(self):
-        return termios.tcgetattr(self.slave)[3]
 
     def exit_status(self):
         # None while the host runs, -N once signal N has ended it.

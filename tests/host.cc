@@ -186,10 +186,8 @@ int main(int argc, char** argv) {
   }).detach();
   {
     CmdLineInterface cli;
-    if ((head != nullptr && !cli.SetHeadMessage(head)) ||
-        (greeting != nullptr && !cli.SetGreetingMessage(greeting))) {
-      return 3;
-    }
+    if (head != nullptr) cli.SetHeadMessage(head);
+    if (greeting != nullptr) cli.SetGreetingMessage(greeting);
     try {
       cli.AddCmdList(commands);
     } catch (const std::bad_alloc&) {

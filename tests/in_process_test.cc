@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -102,9 +103,48 @@ TEST(TerminalIo, EndOfFileAndHangUp) {
   EXPECT_EQ(unread, 1);
 }
 
+// Hosts allocate the session and its records themselves, some from headers
+// written after the documented member lists. These mirrors hold exactly those
+// members, in that order: the size of each class and the place of each member
+// must be the mirror's, on every architecture the tests are built for.
+struct DocumentedKeyInfo {
+  uint16_t character;
+  uint32_t type;
+};
+
+struct DocumentedCommand {
+  std::string name, explain, usage;
+  std::function<Result(int, char**)> func;
+};
+
+struct DocumentedSession {
+  std::string prompt;
+  uint32_t history_limit;
+  bool running;
+  uint32_t cursor, name_width, explain_width;
+  bool history_browsing;
+  uint32_t history_index;
+  std::string head_message, greeting_message, line, saved_line;
+  int console;  // the wake-up descriptor, Console's only member
+  std::list<std::string> history;
+  std::vector<DocumentedCommand> commands;
+  void* candidate_screen;  // the list itself is never a host's
+};
+
+// How far each of `members` lies from the start of `object`, then the size
+// and alignment of the object.
+template <typename Object, typename... Members>
+std::vector<size_t> Layout(const Object& object, const Members&... members) {
+  const char* start = reinterpret_cast<const char*>(&object);
+  return {
+      static_cast<size_t>(reinterpret_cast<const char*>(&members) - start)...,
+      sizeof(Object), alignof(Object)};
+}
+
 }  // namespace
 
-// Breaks a session's state on purpose, its log on standard error.
+// Reaches into a session: breaks its state on purpose, its log on standard
+// error, and finds where its members lie.
 class CmdLineInterfacePeer {
  public:
   static void InsertPastTheLine() {
@@ -120,6 +160,20 @@ class CmdLineInterfacePeer {
     CmdLineInterface cli;
     cli.candidate_screen_ = new CmdLineInterface::CandidateScreen({}, "", &cli);
     cli.candidate_screen_->Select();
+  }
+  static void ExpectDocumentedLayout() {
+    CmdLineInterface s;
+    DocumentedSession d;
+    EXPECT_EQ(
+        Layout(s, s.prompt_, s.history_limit_, s.running_, s.cursor_,
+               s.name_width_, s.explain_width_, s.history_browsing_,
+               s.history_index_, s.head_message_, s.greeting_message_, s.line_,
+               s.saved_line_, s.console_, s.history_, s.commands_,
+               s.candidate_screen_),
+        Layout(d, d.prompt, d.history_limit, d.running, d.cursor, d.name_width,
+               d.explain_width, d.history_browsing, d.history_index,
+               d.head_message, d.greeting_message, d.line, d.saved_line,
+               d.console, d.history, d.commands, d.candidate_screen));
   }
 };
 
@@ -144,58 +198,16 @@ TEST(InvariantDeathTest, ChoosingOutsideTheListEndsTheProcess) {
       "Assertion `0' failed");
 }
 
-// Hosts allocate the session and its records themselves, some from headers
-// written after the documented member lists. These mirrors hold exactly those
-// members, in that order, so a member gained, lost or retyped fails the build
-// on every architecture the tests are built for.
-struct DocumentedConsole {
-  int event_fd;
-};
-
-struct DocumentedKeyInfo {
-  uint16_t character;
-  uint32_t type;
-};
-
-struct DocumentedCommand {
-  std::string name, explain, usage;
-  std::function<Result(int, char**)> func;
-};
-
-struct DocumentedCandidateScreen {
-  uint32_t selected;
-  std::list<std::string> candidates;
-  std::string clear_sequence;
-  CmdLineInterface* owner;
-};
-
-struct DocumentedSession {
-  std::string prompt;
-  uint32_t history_limit;
-  bool running;
-  uint32_t cursor, name_width, explain_width;
-  bool history_browsing;
-  uint32_t history_index;
-  std::string head_message, greeting_message, line, saved_line;
-  DocumentedConsole console;
-  std::list<std::string> history;
-  std::vector<DocumentedCommand> commands;
-  DocumentedCandidateScreen* candidate_screen;
-};
-
-template <typename Actual, typename Documented>
-constexpr bool SameLayout() {
-  return sizeof(Actual) == sizeof(Documented) &&
-         alignof(Actual) == alignof(Documented);
+TEST(DocumentedLayout, EachMemberAtItsPlace) {
+  CmdLineInterfacePeer::ExpectDocumentedLayout();
+  CmdLineInterface::Command c("", "", "", nullptr);
+  DocumentedCommand d;
+  EXPECT_EQ(Layout(c, c.name, c.explain, c.usage, c.func),
+            Layout(d, d.name, d.explain, d.usage, d.func));
+  Console::KeyInfo k = {};
+  DocumentedKeyInfo dk = {};
+  EXPECT_EQ(Layout(k, k.character, k.type), Layout(dk, dk.character, dk.type));
 }
-
-static_assert(SameLayout<Console, DocumentedConsole>());
-static_assert(SameLayout<Console::KeyInfo, DocumentedKeyInfo>());
-static_assert(sizeof(Console::KeyType) == 4);
-static_assert(SameLayout<CmdLineInterface::Command, DocumentedCommand>());
-static_assert(
-    SameLayout<CmdLineInterface::CandidateScreen, DocumentedCandidateScreen>());
-static_assert(SameLayout<CmdLineInterface, DocumentedSession>());
 
 }  // namespace
 }  // namespace cli

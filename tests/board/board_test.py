@@ -24,7 +24,7 @@ SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(
 sys.path[:0] = [f"{SOURCE}/tests", f"{SOURCE}/scripts"]
 from board import INITTAB, Board, Silent, make_image  # noqa: E402
 from driver import Session  # noqa: E402
-from session_test import BYTES, token_bytes, words  # noqa: E402
+from session_test import check, check_bytes, notation, token_bytes, words  # noqa: E402
 
 SESSION = ('"help" Enter "set mode fast" Left Left Left Backspace "F" Home End '
            'Enter "get mode" Enter Up Up Down Enter "s" Tab Down PgDn Up Enter '
@@ -32,21 +32,6 @@ SESSION = ('"help" Enter "set mode fast" Left Left Left Backspace "F" Home End '
 PROMPT_KEYS = '"x" Enter ' * 10
 ARROW_KEYS = '"ab" Left Right Enter ' * 20
 ARROW_GAP = 0.0004  # seconds between the bytes of an arrow key, as a UART
-KEY_NAMES = {value: name for name, value in BYTES.items() if not name.isupper()}
-NAMES = {value[0]: name for name, value in BYTES.items()
-         if name.isupper() and len(value) == 1}
-
-
-def notation(data):
-    # Bytes as the transcripts write them: "text" LF ESC "[1F" 0x03.
-    runs = re.findall(rb'[ !#-~]+|[^ !#-~]', data)
-    return " ".join(f'"{run.decode()}"' if 0x20 <= run[0] < 0x7F and
-                    run != b'"' else NAMES.get(run[0], f"0x{run[0]:02X}")
-                    for run in runs) or "-"
-
-
-def name(key):
-    return KEY_NAMES.get(key) or notation(key)
 
 
 def keys(script):
@@ -69,40 +54,31 @@ class Check:
     def __init__(self, board, greeting):
         self.board, self.greeting, self.failures = board, greeting, []
 
-    def expect(self, what, expected, actual):
-        if expected != actual:
-            self.failures.append(f"{what}\n  expected: {expected}\n"
-                                 f"  actual:   {actual}")
-
     def play(self, what, script, expected, gap=0.0):
         # Types the keys and compares, line by line (up to a key whose bytes
         # end with the prompt), the bytes that come back. Returns how many
         # lines differ and how many bytes came that were not expected.
         prompt = self.greeting[-len(b"board> "):]
         lines_differing = extra = 0
-        line, got, wanted = [], b"", b""
+        line, wanted = [], b""
         for key, output in zip(keys(script), expected):
             for i, byte in enumerate(key):
                 time.sleep(gap if i else 0)
                 self.board.type(bytes([byte]))
-            line.append((key, len(wanted)))
+            got = b"".join(bytes_ for _, bytes_ in line)
             wanted += output
             end = prompt if wanted.endswith(prompt) else b""
-            got += self.board.read_until(
+            line.append((notation(key), self.board.read_until(
                 lambda new: len(got + new) >= len(wanted) and
                 (got + new).endswith(end),
-                f"answer {name(key)} in {what} with {notation(output)}")
-            if not end:
-                continue
-            if got != wanted:
-                lines_differing += 1
-                extra += max(0, len(got) - len(wanted))
-                part = len(os.path.commonprefix([got, wanted]))
-                key, start = [k for k in line if k[1] <= part][-1]
-                self.expect(f"{what}, at {name(key)} in "
-                            f"{' '.join(name(k) for k, _ in line)}",
-                            notation(wanted[start:]), notation(got[start:]))
-            line, got, wanted = [], b"", b""
+                f"answer {notation(key)} in {what} with {notation(output)}")))
+            if end:
+                failures = len(self.failures)
+                keys_typed = " ".join(k for k, _ in line)
+                check_bytes(self.failures, f"{what}: {keys_typed}", wanted, line)
+                lines_differing += len(self.failures) - failures
+                extra += max(0, len(got) + len(line[-1][1]) - len(wanted))
+                line, wanted = [], b""
         return lines_differing, extra
 
     def greets(self, what):
@@ -110,8 +86,8 @@ class Check:
         # but the line break that getty writes first.
         startup = self.board.read_until(
             lambda new: new.endswith(self.greeting), f"greet {what}")
-        self.expect(f"{what}: the greeting", notation(self.greeting),
-                    notation(startup.lstrip(b"\r\n")))
+        check(self.failures, f"{what}: the greeting", notation(self.greeting),
+              notation(startup.lstrip(b"\r\n")))
 
     def serial_entry(self, line=None):
         # Puts the inittab entry for the serial line in place of the one
@@ -140,7 +116,7 @@ class Check:
         # on each way out.
         refusals = [self.board.run(f"device_shell {how} 2>&1")
                     for how in ("</dev/null", "-x")]
-        self.expect("refusals", [
+        check(self.failures, "refusals", [
             ("device_shell: standard input is not a terminal\n", 1),
             ("device_shell: unknown option -x\n", 2)], refusals)
         self.serial_entry()
@@ -156,9 +132,10 @@ class Check:
                 self.board.type(how)
             else:
                 self.board.run(how)
-            self.expect(f"after {ending}: exit status and the line's modes",
-                        [("", 0), before], [self.board.run("wait $shell"),
-                        self.board.run("stty -F /dev/ttyAMA0 -g")])
+            check(self.failures,
+                  f"after {ending}: exit status and the line's modes",
+                  [("", 0), before], [self.board.run("wait $shell"),
+                                      self.board.run("stty -F /dev/ttyAMA0 -g")])
 
 
 def main(native_shell, arm, arm_static, hangup, cache, work):
@@ -174,43 +151,43 @@ def main(native_shell, arm, arm_static, hangup, cache, work):
         "ttyAMA0::respawn:/usr/bin/device_shell\n")
     session = native(native_shell, SESSION)
     board = Board(*image)
-    check = Check(board, session[0])
+    checks = Check(board, session[0])
     try:
-        check.greets("boot")
+        checks.greets("boot")
         print(f"boot to prompt: {time.monotonic() - board.started:.1f} s")
         # The shell that init starts after exit is the static one, which the
         # rest of the check uses.
         board.run("ln -sf device_shell.static /usr/bin/device_shell")
         for build in ("shared", "static"):
-            check.play(f"session ({build})", SESSION,
+            checks.play(f"session ({build})", SESSION,
                        session[1:-1] + [session[-1] + session[0]])
-        doubled, _ = check.play("keys at the prompt", PROMPT_KEYS,
+        doubled, _ = checks.play("keys at the prompt", PROMPT_KEYS,
                                 native(native_shell, PROMPT_KEYS)[1:])
         print(f"keys typed at the prompt: {doubled} of 10 echoed twice")
-        _, stray = check.play("arrow keys whose bytes come apart", ARROW_KEYS,
+        _, stray = checks.play("arrow keys whose bytes come apart", ARROW_KEYS,
                               native(native_shell, ARROW_KEYS)[1:], ARROW_GAP)
         print(f"arrow keys with their bytes 400 us apart: {stray} stray bytes "
               "in 40")
-        check.endings()
+        checks.endings()
         help_bytes = native(native_shell, '"help" Enter')[1:]
         guide = open(f"{SOURCE}/docs/guide.md").read()
         # Every inittab entry the guide gives, in its examples and its text.
         for line in re.findall(r"^\w*::respawn:.*$|(?<=`)\S*::respawn:[^`]*",
                                guide, re.M):
-            check.entry(line, help_bytes)
+            checks.entry(line, help_bytes)
         ptest = board.run("/usr/lib/zelcli/ptest/run-ptest")[0].splitlines()
-        check.expect("run-ptest: lines that are not PASS:", [],
+        check(checks.failures, "run-ptest: lines that are not PASS:", [],
                      [line for line in ptest if not line.startswith("PASS: ")])
         print(f"run-ptest on the board: {len(ptest)} lines")
     except Silent as silent:
-        check.failures.append(f"{silent}; it wrote {notation(silent.received)}")
+        checks.failures.append(f"{silent}; it wrote {notation(silent.received)}")
     finally:
         board.close()
     print(f"board check: {time.monotonic() - started:.0f} s")
-    for failure in check.failures:
+    for failure in checks.failures:
         print("FAILED:", failure)
-    print(f"{len(check.failures)} failed" if check.failures else "ok")
-    return 1 if check.failures else 0
+    print(f"{len(checks.failures)} failed" if checks.failures else "ok")
+    return 1 if checks.failures else 0
 
 
 if __name__ == "__main__":
