@@ -415,8 +415,8 @@ class LineUpdate {
     return *this;
   }
 
-  bool complete() const { return complete_; }
-  std::string& bytes() { return bytes_; }
+  bool Complete() const { return complete_; }
+  std::string& Bytes() { return bytes_; }
 
  private:
   LineUpdate& Repeat(char byte, size_t count) {
@@ -452,8 +452,8 @@ bool CmdLineInterface::InsertString(std::string& text) {
     std::string_view tail = Tail(line_, cursor_);
     LineUpdate update;
     update.Text(text).Text(tail).Back(tail.size());
-    if (!update.complete()) return false;
-    WriteOnConsole(update.bytes());
+    if (!update.Complete()) return false;
+    WriteOnConsole(update.Bytes());
     line_.insert(cursor_, text);
   }
   cursor_ += static_cast<uint32_t>(text.size());
@@ -467,8 +467,8 @@ bool CmdLineInterface::DeleteCharacters(uint32_t n) {
   std::string_view tail = Tail(line_, cursor_);
   LineUpdate update;
   update.Back(n).Text(tail).Blank(n).Back(n + tail.size());
-  if (!update.complete()) return false;
-  WriteOnConsole(update.bytes());
+  if (!update.Complete()) return false;
+  WriteOnConsole(update.Bytes());
   line_.erase(cursor_ - n, n);
   cursor_ -= n;
   return true;
@@ -478,8 +478,8 @@ bool CmdLineInterface::MoveCursorToLeft(uint32_t n) {
   if (n > cursor_) return false;
   LineUpdate update;
   update.Back(n);
-  if (!update.complete()) return false;
-  WriteOnConsole(update.bytes());
+  if (!update.Complete()) return false;
+  WriteOnConsole(update.Bytes());
   cursor_ -= n;
   return true;
 }
@@ -492,8 +492,8 @@ bool CmdLineInterface::MoveCursorToRight(uint32_t n) {
   // the n columns.
   LineUpdate update;
   update.Text(tail).Back(tail.size() - n);
-  if (!update.complete()) return false;
-  WriteOnConsole(update.bytes());
+  if (!update.Complete()) return false;
+  WriteOnConsole(update.Bytes());
   cursor_ += n;
   return true;
 }
@@ -506,8 +506,8 @@ bool CmdLineInterface::ClearCharacters() {
   // the line's start. That is how the line has always been cleared.
   LineUpdate update;
   update.Back(length).Blank(length).Back(length).Nul();
-  if (!update.complete()) return false;
-  WriteOnConsole(update.bytes());
+  if (!update.Complete()) return false;
+  WriteOnConsole(update.Bytes());
   line_.clear();
   cursor_ = 0;
   return true;
