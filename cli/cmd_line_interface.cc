@@ -92,11 +92,8 @@ CmdLineInterface::CmdLineInterface()
   std::vector<Command> builtins;
   builtins.reserve(std::size(kBuiltins));
   for (const Builtin& builtin : kBuiltins) {
-    // Copied in the way AddCmdList copies, which keeps one vector insertion
-    // in the library instead of two.
-    const Command command(builtin.name, builtin.explain, "{}",
+    builtins.emplace_back(builtin.name, builtin.explain, "{}",
                           std::bind(builtin.func, this, _1, _2));
-    builtins.push_back(command);
   }
   AddCmdList(builtins);
   head_message_ = prompt_;
@@ -311,6 +308,9 @@ Result CmdLineInterface::DoCmdLine(int argc, char** argv) {
          (argv[0] == nullptr || commands_[index].name != word)) {
     ++index;
   }
+  // Outcomes go through printf, the stream that commands print on, so that
+  // they follow a command's own lines; screen updates and the help listing
+  // go straight to the terminal through WriteOnConsole.
   if (index == commands_.size()) {
     std::printf("cmd [%s] is not supported\n", first_word);
     return Result::NotSupported;

@@ -207,9 +207,7 @@ void Console::GetKeyInfoFromEscSeq(char c, KeyInfo* info) {
   for (int length = 0; length < kMaxSequenceLength; ++length) {
     sequence[length] = ReadChar();
     for (const EscapeSequence& row : kEscapeSequenceTable) {
-      // The first byte rules out most rows without a call.
-      if (row.sequence[0] == sequence[0] &&
-          std::strcmp(sequence, row.sequence) == 0) {
+      if (std::strcmp(sequence, row.sequence) == 0) {
         info->character = kSequenceCharacter;
         info->type = row.type;
         return;
