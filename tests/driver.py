@@ -7,11 +7,11 @@
 # No exchange depends on timing, even for keys that the terminal hands on in
 # pieces.
 #
-# The terminal starts from the kernel's defaults less output
-# post-processing, CR-to-LF translation, flow control, signal keys and
-# extended input processing, so the bytes on both sides are the programs'
-# own. The host's standard error is a pipe of its own, and its descriptor 3 a
-# socket for requests and their answers (see host.cc).
+# The terminal starts from the kernel's defaults less output post-processing,
+# CR-to-LF translation, flow control, signal keys and extended input
+# processing, so the bytes on both sides are the programs' own. The host's
+# standard error is a pipe of its own, and its descriptor 3 a socket for
+# requests and their answers (see host.cc).
 
 import fcntl
 import os
@@ -25,9 +25,9 @@ import time
 # The numbers of poll(), ppoll() and, on 32-bit machines, ppoll_time64() in
 # this machine's kernel, which /proc shows for emulated hosts too; None on a
 # machine not listed, where no host can be driven.
-POLL_CALLS = {"x86_64": {7, 271}, "aarch64": {73}, "armv7l": {168, 336, 414},
-              "armv8l": {168, 336, 414}, "i686": {168, 309, 414},
-              }.get(platform.machine())
+POLL_CALLS = {"x86_64": {7, 271}, "aarch64": {73},
+              "armv7l": {168, 336, 414}, "armv8l": {168, 336, 414},
+              "i686": {168, 309, 414}}.get(platform.machine())
 PATIENCE = 60  # seconds; generous for loaded machines and emulators
 
 
