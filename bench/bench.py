@@ -2,17 +2,19 @@
 """Types key scripts into the device shell, into readline and libedit hosts
 and into the terminal floor (the terminal calls alone) on an 80x24
 pseudo-terminal, one key at a time, and reports what each key costs: CPU time
-(user + system, from wait4), system calls (strace -f -c), user-space
-instructions (callgrind), bytes written, heap allocations and peak resident
-memory, per key beyond the baseline of typing "exit" alone; and the
-libraries' footprint.
+(user + system, from wait4, in rounds that run every host in turn), system
+calls (strace -f -c), user-space instructions (callgrind), bytes written,
+heap allocations and peak resident memory, per key beyond the baseline of
+typing "exit" alone; and the libraries' footprint.
 
-  bench.py BUILD ARM_BUILD [--smoke] [--out DIR] [--readme FILE] [--docs FILE]
+  bench.py BUILD ARM_BUILD [--smoke] [--rounds N] [--out DIR] [--readme FILE]
+           [--docs FILE]
 
 BUILD holds the x86-64 build with ZELCLI_BUILD_BENCH=ON, ARM_BUILD the ARM
 -Os build of the library. --smoke types a few hundred keys, checks the
 device shell's system calls against what each byte read must cost, and
 fails if any figure is missing; CPU time is reported, never compared.
+--rounds sets the number of timed rounds (60, or 2 with --smoke).
 """
 
 import argparse
@@ -22,6 +24,7 @@ import json
 import os
 import platform
 import pty
+import random
 import re
 import select
 import statistics
@@ -37,6 +40,10 @@ import keyscripts
 WAITING_CALLS = {0: "read", 7: "poll", 23: "select", 270: "pselect6",
                  271: "ppoll"}
 COLUMNS, ROWS = 80, 24
+# Rounds of the timed runs (see timed_rounds). A round's ratio of zelcli's
+# CPU time to the floor's scatters by 0.15 to 0.3 on a shared 2-core machine;
+# with 60 rounds, two runs of the benchmark agree on its median to within 0.1.
+ROUNDS = 60
 
 
 def proc_fields(pid):
@@ -140,17 +147,53 @@ def host_env(home):
     return env
 
 
-def measure(build, host, keys, work, plain_runs):
-    """Every figure of one host typing one script (totals, not per key)."""
-    argv = [os.path.join(build, HOSTS[host])] + keyscripts.WORDS
+def argv_of(build, host):
+    return [os.path.join(build, HOSTS[host])] + keyscripts.WORDS
+
+
+def timed_rounds(build, scripts, base_keys, work, rounds):
+    """Times every host typing every script, `rounds` times over. Returns
+    the CPU time (user + system) per key beyond the baseline, in seconds,
+    {host: {script: [one per round]}}, and the bytes written and peak memory
+    of each host's first run of each script and of the baseline,
+    {(host, script): (written, peak_kib)}.
+
+    This machine's noise comes in spells of a second or two, long enough to
+    make one host's run cost half as much again as the next one's. A round
+    is one script, typed once by every host, each with its baseline, in an
+    order that changes from round to round: whatever spell falls in a
+    round falls on every host alike, and the hosts' figures of one round
+    stand a few runs apart. The rounds of the scripts take turns."""
+    env = host_env(work)
+    order = random.Random(keyscripts.SEED)
+    cpu = {host: {script: [] for script in scripts} for host in HOSTS}
+    first = {}
+    for round_number in range(rounds):
+        print(f"bench: round {round_number + 1} of {rounds}",
+              file=sys.stderr, flush=True)
+        for script, keys in scripts.items():
+            seconds = {}
+            runs = [(host, name) for host in HOSTS
+                    for name in (script, "baseline")]
+            for host, name in order.sample(runs, len(runs)):
+                played = keys if name == script else base_keys
+                written, peak, seconds[host, name] = Session(
+                    argv_of(build, host), env).play(played)
+                first.setdefault((host, name), (written, peak))
+            counted = len(keys) - len(base_keys)
+            for host in HOSTS:
+                cpu[host][script].append(
+                    (seconds[host, script] - seconds[host, "baseline"]) / counted)
+    return cpu, first
+
+
+def profile(build, host, keys, work):
+    """The figures that one run under a tool gives and that repeat from run
+    to run: heap allocations, system calls, ioctl requests and user-space
+    instructions (totals, not per key)."""
+    argv = argv_of(build, host)
     env = host_env(work)
     figures = {}
-
-    # CPU time moves by a tenth or more from one run to the next here; the
-    # median of a few runs holds still.
-    plain = [Session(argv, env).play(keys) for _ in range(plain_runs)]
-    figures["written"], figures["peak_kib"] = plain[0][:2]
-    figures["cpu"] = statistics.median(run[2] for run in plain)
 
     counted = os.path.join(work, "allocations")
     preload = dict(env, LD_PRELOAD=os.path.join(build, "bench/alloc_count.so"),
@@ -183,10 +226,10 @@ def measure(build, host, keys, work, plain_runs):
                 requests[match.group(1)] = requests.get(match.group(1), 0) + 1
     figures["ioctl"] = requests
 
-    profile = os.path.join(work, "callgrind.out")
-    Session(["valgrind", "--tool=callgrind", "--callgrind-out-file=" + profile]
-            + argv, env).play(keys)
-    with open(profile) as lines:
+    callgrind_out = os.path.join(work, "callgrind.out")
+    Session(["valgrind", "--tool=callgrind",
+             "--callgrind-out-file=" + callgrind_out] + argv, env).play(keys)
+    with open(callgrind_out) as lines:
         totals = [line for line in lines if line.startswith("totals:")]
     figures["instructions"] = int(totals[0].split()[1])
     return figures
@@ -197,7 +240,31 @@ def per_key(figures, base, keys):
         if isinstance(a, dict):
             return {k: minus(a.get(k, 0), b.get(k, 0)) for k in set(a) | set(b)}
         return (a - b) / keys
-    return {k: minus(figures[k], base[k]) for k in figures if k != "peak_kib"}
+    return {k: minus(figures[k], base[k]) for k in figures}
+
+
+def ratios_by_round(results):
+    """zelcli's CPU time per key over each other host's, round by round:
+    {scenario: {host: [ratios]}}. Both figures of a ratio come from the same
+    round. A round whose figure for the other host is not above zero, as a
+    short smoke run can leave it, gives no ratio."""
+    ratios = {}
+    for scenario, row in results["zelcli"].items():
+        ratios[scenario] = {
+            host: [mine / theirs for mine, theirs in
+                   zip(row["cpu_by_round"],
+                       by_scenario[scenario]["cpu_by_round"])
+                   if theirs > 0]
+            for host, by_scenario in results.items() if host != "zelcli"}
+    return ratios
+
+
+def spread(ratios):
+    """"median (lowest to highest)" of a list of ratios."""
+    if not ratios:
+        return "n/a"
+    return (f"{statistics.median(ratios):.2f} "
+            f"({min(ratios):.2f} to {max(ratios):.2f})")
 
 
 def footprint(build, arm_build):
@@ -252,8 +319,6 @@ def table(results):
     lines = [head, "|" + "---|" * (head.count("|") - 1)]
     for host, by_scenario in results.items():
         for scenario, row in by_scenario.items():
-            if scenario == "baseline":
-                continue
             calls = row["per_key"]["calls"]
             main = {name: calls.get(name, 0)
                     for name in ("ioctl", "poll", "read", "write")}
@@ -289,8 +354,6 @@ def footprint_table(rows):
 def ioctl_note(results):
     parts = []
     for scenario, row in results["zelcli"].items():
-        if scenario == "baseline":
-            continue
         requests = row["per_key"]["ioctl"]
         parts.append(f"{scenario}: " + ", ".join(
             f"{name} {requests[name]:.2f}" for name in sorted(requests)
@@ -305,41 +368,66 @@ def chart(results, path):
     matplotlib.use("Agg")
     import matplotlib.pyplot as plot
 
-    scenarios = [s for s in next(iter(results.values())) if s != "baseline"]
+    scenarios = list(results["zelcli"])
     figure, axes = plot.subplots(figsize=(8, 4.5))
     width = 0.8 / len(results)
     for index, (host, by_scenario) in enumerate(results.items()):
+        rounds = [[t * 1e6 for t in by_scenario[s]["cpu_by_round"]]
+                  for s in scenarios]
         values = [by_scenario[s]["per_key"]["cpu"] * 1e6 for s in scenarios]
+        reach = [[v - min(r) for v, r in zip(values, rounds)],
+                 [max(r) - v for v, r in zip(values, rounds)]]
         spots = [x + index * width for x in range(len(scenarios))]
-        bars = axes.bar(spots, values, width, label=host)
-        axes.bar_label(bars, labels=[f"{v:.1f}" for v in values], fontsize=7)
+        bars = axes.bar(spots, values, width, yerr=reach, capsize=2, label=host)
+        axes.bar_label(bars, labels=[f"{v:.1f}" for v in values], fontsize=7,
+                       padding=2, label_type="center")
     axes.set_xticks([x + width * (len(results) - 1) / 2
                      for x in range(len(scenarios))], scenarios)
     axes.set_ylabel("CPU time per key, µs (user + system)")
-    axes.set_title("CPU time per key, from wait4, baseline subtracted")
+    axes.set_title("CPU time per key, from wait4, baseline subtracted: "
+                   "median of the rounds, whiskers from the lowest to the "
+                   "highest", fontsize=9)
     axes.legend()
     figure.tight_layout()
     figure.savefig(path, dpi=100)
 
 
-def summary(results):
+def summary(results, rounds):
     """zelcli's CPU time per key against the floor's and the peers'."""
-    scenarios = [s for s in results["zelcli"] if s != "baseline"]
-    cpu = {host: {s: by_scenario[s]["per_key"]["cpu"] for s in scenarios}
-           for host, by_scenario in results.items()}
+    ratios = ratios_by_round(results)
+    realistic = ", ".join(
+        f"{host} {by_scenario['realistic']['per_key']['cpu'] * 1e6:.1f} µs"
+        for host, by_scenario in results.items())
+    to_floor = "; ".join(f"{scenario} {spread(by_host['floor'])}"
+                         for scenario, by_host in ratios.items())
+    peers = [statistics.median(r) for by_host in ratios.values()
+             for host, r in by_host.items() if host != "floor" and r]
+    to_peers = (f"{min(peers):.2f} to {max(peers):.2f} times" if peers
+                else "n/a")
+    per_round = ", ".join(f"{row['keys']:,} {scenario}"
+                          for scenario, row in results["zelcli"].items())
+    in_all = ", ".join(f"{row['keys'] * rounds:,}"
+                       for row in results["zelcli"].values())
+    return (f"Each script ran in {rounds} rounds; a round typed it, and the "
+            f"baseline, once into every host, in an order of its own: "
+            f"{per_round} keys a host a round, {in_all} in all. CPU time per "
+            f"key (user + system, from wait4, baseline subtracted), median of "
+            f"the rounds, realistic session: {realistic}. zelcli's CPU time per "
+            f"key over the terminal floor's, the median of the rounds' ratios "
+            f"(lowest to highest): {to_floor}. Over readline's and libedit's, "
+            f"the medians come to {to_peers}.")
 
-    def times(peers):
-        # A short run (the smoke run's) can leave a figure at or below zero.
-        ratios = [cpu["zelcli"][s] / cpu[peer][s]
-                  for s in scenarios for peer in peers if cpu[peer][s] > 0]
-        return f"{min(ratios):.2f} to {max(ratios):.2f} times" if ratios else "n/a"
-    realistic = ", ".join(f"{host} {cpu[host]['realistic'] * 1e6:.1f} µs"
-                          for host in cpu)
-    return (f"CPU time per key (user + system, from wait4, baseline "
-            f"subtracted), realistic session: {realistic}. Over the "
-            f"{len(scenarios)} scenarios zelcli takes {times(['floor'])} the "
-            f"terminal floor's CPU time per key, and {times(['readline', 'libedit'])} "
-            f"readline's and libedit's.")
+
+def ratio_table(results):
+    ratios = ratios_by_round(results)
+    lines = ["| Scenario | Keys a host a round | zelcli / floor | "
+             "zelcli / readline | zelcli / libedit |", "|---|---|---|---|---|"]
+    for scenario, by_host in ratios.items():
+        cells = [scenario, f"{results['zelcli'][scenario]['keys']:,}"]
+        cells += [spread(by_host[host])
+                  for host in ("floor", "readline", "libedit")]
+        lines.append("| " + " | ".join(cells) + " |")
+    return "\n".join(lines)
 
 
 def replace_results(path, text):
@@ -360,8 +448,6 @@ def smoke_checks(results):
     writes besides."""
     problems = []
     for scenario, row in results["zelcli"].items():
-        if scenario == "baseline":
-            continue
         read_per_key = row["bytes_read_per_key"]
         calls, requests = row["per_key"]["calls"], row["per_key"]["ioctl"]
         expected = {"poll": calls.get("poll", 0), "read": calls.get("read", 0),
@@ -384,27 +470,34 @@ def main():
     parser.add_argument("--out", default="bench/results")
     parser.add_argument("--readme")
     parser.add_argument("--docs")
+    parser.add_argument("--rounds", type=int)
     options = parser.parse_args()
 
     scripts = keyscripts.scenarios(options.smoke)
-    plain_runs = 1 if options.smoke else 5
     base_keys = keyscripts.baseline()
+    rounds = options.rounds or (2 if options.smoke else ROUNDS)
     results = {}
     with tempfile.TemporaryDirectory() as work:
+        cpu, first = timed_rounds(options.build, scripts, base_keys, work,
+                                  rounds)
         for host in HOSTS:
-            base = measure(options.build, host, base_keys, work, plain_runs)
-            results[host] = {"baseline": {"peak_kib": base["peak_kib"]}}
+            print(f"bench: {host} under strace and valgrind",
+                  file=sys.stderr, flush=True)
+            base = profile(options.build, host, base_keys, work)
+            base["written"] = first[host, "baseline"][0]
+            results[host] = {}
             for scenario, keys in scripts.items():
-                print(f"bench: {host}, {scenario}, {len(keys)} keys",
-                      file=sys.stderr, flush=True)
-                figures = measure(options.build, host, keys, work, plain_runs)
+                figures = profile(options.build, host, keys, work)
+                figures["written"], peak = first[host, scenario]
                 counted = len(keys) - len(base_keys)
                 extra_bytes = sum(len(k) for k in keys) - sum(len(k) for k in base_keys)
                 results[host][scenario] = {
                     "keys": counted,
                     "bytes_read_per_key": extra_bytes / counted,
-                    "per_key": per_key(figures, base, counted),
-                    "peak_kib": figures["peak_kib"],
+                    "per_key": dict(per_key(figures, base, counted),
+                                    cpu=statistics.median(cpu[host][scenario])),
+                    "cpu_by_round": cpu[host][scenario],
+                    "peak_kib": peak,
                 }
 
     rows = footprint(options.build, options.arm_build)
@@ -415,7 +508,8 @@ def main():
                 f"keys typed one at a time on an {COLUMNS}x{ROWS} "
                 "pseudo-terminal, figures per key beyond the baseline "
                 "(\"exit\" alone).")
-    report = "\n\n".join([measured, summary(results), table(results),
+    report = "\n\n".join([measured, summary(results, rounds),
+                           ratio_table(results), table(results),
                            ioctl_note(results), footprint_table(rows)])
     print(report)
     with open(os.path.join(options.out, "results.md"), "w") as out:
@@ -424,7 +518,8 @@ def main():
         json.dump({"results": results, "footprint": rows}, out, indent=1)
     chart(results, os.path.join(options.out, "cpu_per_key.png"))
     if options.readme:
-        replace_results(options.readme, measured + " " + summary(results))
+        replace_results(options.readme,
+                        measured + " " + summary(results, rounds))
     if options.docs:
         replace_results(options.docs, report)
 
