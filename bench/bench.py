@@ -153,17 +153,17 @@ def argv_of(build, host):
 
 def timed_rounds(build, scripts, base_keys, work, rounds):
     """Times every host typing every script, `rounds` times over. Returns
-    the CPU time (user + system) per key beyond the baseline, in seconds,
-    {host: {script: [one per round]}}, and the bytes written and peak memory
-    of each host's first run of each script and of the baseline,
-    {(host, script): (written, peak_kib)}.
+    the CPU time (user + system, in seconds) of the script's run and of the
+    baseline's run of each round, {host: {script: [(script, baseline)]}},
+    and the bytes written and peak memory of each host's first run of each
+    script and of the baseline, {(host, script): (written, peak_kib)}.
 
     This machine's noise comes in spells of a second or two, long enough to
     make one host's run cost half as much again as the next one's. A round
     is one script, typed once by every host, each with its baseline, in an
-    order that changes from round to round: whatever spell falls in a
-    round falls on every host alike, and the hosts' figures of one round
-    stand a few runs apart. The rounds of the scripts take turns."""
+    order that changes from round to round. The hosts' runs of one round
+    stand a second or so apart, so a spell weighs on all of them or spoils
+    that round alone. The rounds of the scripts take turns."""
     env = host_env(work)
     order = random.Random(keyscripts.SEED)
     cpu = {host: {script: [] for script in scripts} for host in HOSTS}
@@ -180,10 +180,9 @@ def timed_rounds(build, scripts, base_keys, work, rounds):
                 written, peak, seconds[host, name] = Session(
                     argv_of(build, host), env).play(played)
                 first.setdefault((host, name), (written, peak))
-            counted = len(keys) - len(base_keys)
             for host in HOSTS:
                 cpu[host][script].append(
-                    (seconds[host, script] - seconds[host, "baseline"]) / counted)
+                    (seconds[host, script], seconds[host, "baseline"]))
     return cpu, first
 
 
@@ -491,12 +490,14 @@ def main():
                 figures["written"], peak = first[host, scenario]
                 counted = len(keys) - len(base_keys)
                 extra_bytes = sum(len(k) for k in keys) - sum(len(k) for k in base_keys)
+                by_round = [(run - base_run) / counted
+                            for run, base_run in cpu[host][scenario]]
                 results[host][scenario] = {
                     "keys": counted,
                     "bytes_read_per_key": extra_bytes / counted,
                     "per_key": dict(per_key(figures, base, counted),
-                                    cpu=statistics.median(cpu[host][scenario])),
-                    "cpu_by_round": cpu[host][scenario],
+                                    cpu=statistics.median(by_round)),
+                    "cpu_by_round": by_round,
                     "peak_kib": peak,
                 }
 
