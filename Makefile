@@ -4,6 +4,8 @@
 #                serial console, started by BusyBox init, in this terminal
 #   make check   build everything and run every test (what CI runs)
 #   make deb     build the Debian packages for amd64 and armhf into build/deb*
+#   make dist    write the release tarball of HEAD and its Buildroot hash file
+#                into build/dist
 #   make bench   measure zelcli against readline, libedit and the terminal floor,
 #                update docs/bench.md and the summary in README.md
 #   make format  reformat the sources with clang-format
@@ -17,6 +19,8 @@
 # FUZZ_SECONDS sets how long check-fuzz runs each fuzz target.
 
 BUILD ?= build
+DIST ?= $(BUILD)/dist
+VERSION := ${shell sed -n 's/^project(zelcli VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt}
 JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev python3 clang-format clang-tidy \
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf clang \
@@ -33,7 +37,7 @@ FUZZ_TARGETS := session
 TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
 
 .PHONY: demo demo-board check packages deb check-native check-static check-arm check-asan check-tsan \
-  check-fuzz check-portable check-yocto check-board check-packages check-buildroot bench \
+  check-fuzz check-portable check-yocto check-board check-packages check-buildroot dist bench \
   bench-smoke bench-build format format-check symbols arm-static-shell
 
 demo-board:
@@ -169,14 +173,27 @@ check-packages: deb
 	@echo "== Debian packages: linted, unpacked into a private root, built against"
 	tests/package/package_test.sh $(BUILD)/deb $(BUILD)/deb-arm .
 
+# A release of the commit checked out: $(DIST)/zelcli-VERSION.tar.gz, the
+# same bytes each time for one commit, and $(DIST)/zelcli.hash, the hash file
+# that a package of Buildroot's own tree needs for it.
+dist:
+	@mkdir -p $(DIST)
+	git archive --format=tar --prefix=zelcli-$(VERSION)/ HEAD | gzip -9n >$(DIST)/zelcli-$(VERSION).tar.gz
+	{ echo "# Locally calculated"; \
+	  echo "sha256  $$(sha256sum <$(DIST)/zelcli-$(VERSION).tar.gz | cut -d' ' -f1)  zelcli-$(VERSION).tar.gz"; \
+	  echo "sha256  $$(git show HEAD:LICENSE | sha256sum | cut -d' ' -f1)  LICENSE"; } >$(DIST)/zelcli.hash
+	@cat $(DIST)/zelcli.hash
+
 # The buildroot/ tree's package built by the Buildroot release in the tarball
-# BUILDROOT (shared and static, for 32-bit ARM), in $(BUILD)/buildroot; not
-# part of make check, which needs nothing from outside the project.
-check-buildroot:
+# BUILDROOT for 32-bit ARM, in $(BUILD)/buildroot: from this checkout as
+# BR2_EXTERNAL (shared and static), and from make dist's release as a package
+# of Buildroot's own tree would download it. Not part of make check, which
+# needs nothing from outside the project.
+check-buildroot: dist
 	@test -n "$(BUILDROOT)" || { echo "make check-buildroot BUILDROOT=buildroot-VERSION.tar.xz" >&2; exit 1; }
 	@scripts/ensure-packages.sh $(BUILDROOT_PACKAGES)
-	@echo "== Buildroot: the zelcli package for 32-bit ARM, shared and static"
-	tests/buildroot/buildroot_test.sh $(BUILDROOT) . $(BUILD)/buildroot
+	@echo "== Buildroot: the zelcli package for 32-bit ARM, from the checkout and from a release"
+	tests/buildroot/buildroot_test.sh $(BUILDROOT) . $(DIST) $(BUILD)/buildroot
 
 # The hosts on x86-64, optimised as a product would ship them, and the library
 # for 32-bit ARM built for size, whose footprint the benchmark reports.

@@ -1,26 +1,31 @@
 #!/usr/bin/env bash
-# Builds the zelcli package of the buildroot/ tree with real Buildroot for
-# 32-bit ARM, shared and then static, from this checkout, and checks what it
-# staged and what it put in the target tree. Runs offline and as any user:
-# Debian's cross compiler is wrapped as a custom external toolchain, and
-# Debian's sources of pkgconf and tar are offline stand-ins for the host tools
-# Buildroot downloads. A user with internet needs neither.
+# Builds the zelcli package with real Buildroot for 32-bit ARM, as products
+# take it: with BR2_EXTERNAL pointing at this checkout's buildroot/ tree
+# (shared, then static), and as a package of Buildroot's own tree that
+# downloads make dist's release from a primary site, its hash checked. It
+# checks what each build staged and put in the target tree. Runs offline and
+# as any user: Debian's cross compiler is wrapped as a custom external
+# toolchain, and Debian's sources of pkgconf and tar are offline stand-ins
+# for the host tools Buildroot downloads. A user with internet needs neither.
 #
-#   buildroot_test.sh BUILDROOT_TARBALL SOURCE_DIR WORK_DIR
+#   buildroot_test.sh BUILDROOT_TARBALL SOURCE_DIR DIST_DIR WORK_DIR
 set -euo pipefail
-tarball=$(realpath "$1") source=$(cd "$2" && pwd)
-mkdir -p "$3"
-work=$(cd "$3" && pwd)
+tarball=$(realpath "$1") source=$(cd "$2" && pwd) dist=$(cd "$3" && pwd)
+mkdir -p "$4"
+work=$(cd "$4" && pwd)
 buildroot=$work/buildroot toolchain=$work/toolchain standins=$work/standins
 fail() { echo "FAILED: $*" >&2; exit 1; }
 log() { "$@" >"$work/step.log" 2>&1 || { tail -40 "$work/step.log"; fail "$*"; }; }
 
 [ -e "$buildroot/Makefile" ] || { mkdir -p "$buildroot" &&
   tar xf "$tarball" -C "$buildroot" --strip-components=1; }
+# Without the package that the last run added to Buildroot's own tree.
+rm -rf "$buildroot/package/zelcli"
+sed -i '/"package\/zelcli\/Config.in"/d' "$buildroot/package/Config.in"
 log sh -c "cd '$source/buildroot' && /usr/bin/python3 '$buildroot/utils/check-package' -b \
   \$(find . -type f)"
-grep -qx "ZELCLI_VERSION = $(sed -n 's/^project(zelcli VERSION \([0-9.]*\).*/\1/p' \
-  "$source/CMakeLists.txt")" "$source/buildroot/package/zelcli/zelcli.mk" ||
+version=$(sed -n 's/^project(zelcli VERSION \([0-9.]*\).*/\1/p' "$source/CMakeLists.txt")
+grep -qx "ZELCLI_VERSION = $version" "$source/buildroot/package/zelcli/zelcli.mk" ||
   fail "zelcli.mk's version is not the project's"
 echo "ok: check-package, version"
 
@@ -64,8 +69,6 @@ if [ ! -e "$standins/tar" ]; then
   done
 fi
 cat >"$work/local.mk" <<LOCAL
-ZELCLI_OVERRIDE_SRCDIR = $source
-ZELCLI_OVERRIDE_SRCDIR_RSYNC_EXCLUSIONS = --exclude /build
 HOST_PKGCONF_OVERRIDE_SRCDIR = $standins/pkgconf
 HOST_TAR_OVERRIDE_SRCDIR = $standins/tar
 LOCAL
@@ -84,23 +87,19 @@ printf '%s\n' BR2_arm=y BR2_cortex_a9=y BR2_ARM_EABIHF=y BR2_ARM_ENABLE_VFP=y \
   BR2_TOOLCHAIN_EXTERNAL_INET_RPC=n BR2_INIT_NONE=y BR2_SYSTEM_BIN_SH_NONE=y \
   BR2_PACKAGE_BUSYBOX=n BR2_TARGET_ROOTFS_TAR=n BR2_PACKAGE_ZELCLI=y \
   BR2_PACKAGE_ZELCLI_EXAMPLES=y >"$work/defconfig"
-log make -C "$buildroot" O="$output" BR2_EXTERNAL="$source/buildroot" \
-  BR2_DEFCONFIG="$work/defconfig" defconfig
-grep -qx BR2_PACKAGE_ZELCLI=y "$output/.config" || fail "zelcli cannot be selected"
 printf 'hello buildroot\nexit\n' >"$work/keys"
-
-# Buildroot offers static-only builds with uClibc-ng or musl alone, which are
-# not to be had offline here, so the static build sets BR2_STATIC_LIBS on
-# make's command line over the glibc toolchain: the package infrastructure
-# then configures zelcli as it would for such a toolchain, and the examples
-# take the static library in (the C library stays shared).
-for libraries in shared static; do
-  options=() library=libzelcli.so.0
-  if [ $libraries = static ]; then
-    options=(BR2_STATIC_LIBS=y) library=libzelcli.a
-    log make -C "$output" zelcli-dirclean
-  fi
-  log make -C "$output" zelcli "${options[@]}"
+# Each build starts clean and is checked on what it installed itself.
+build_zelcli() {
+  log make -C "$output" zelcli-dirclean
+  rm -rf "$staging"/usr/include/zel "$staging"/usr/lib/libzelcli.* \
+    "$staging"/usr/lib/pkgconfig/zelcli.pc "$staging"/usr/lib/cmake/zelcli \
+    "$target"/usr/lib/libzelcli.* "$target"/usr/bin/{minimal,device}_shell
+  log make -C "$output" zelcli "$@"
+}
+# What a build of the package (shared or static) staged and installed.
+check_build() {
+  local libraries=$1 library=libzelcli.so.0
+  [ $libraries = shared ] || library=libzelcli.a
   (cd "$staging/usr" && ls include/zel/cli/cmd_line_interface.h include/zel/cli/console.h \
     lib/pkgconfig/zelcli.pc lib/cmake/zelcli/zelcliConfig.cmake "lib/$library" >/dev/null) ||
     fail "staging lacks a file ($libraries)"
@@ -110,4 +109,53 @@ for libraries in shared static; do
   [[ $said == *"hello, buildroot"* ]] || fail "minimal_shell ($libraries) printed: $said"
   echo "ok: $libraries: usr/lib/$library, headers, zelcli.pc and the CMake package in" \
     "staging; example hosts in the target that run"
-done
+}
+
+# The product's checkout: a copy of this one's files without its build trees,
+# since legal-info archives a local package's whole folder.
+rm -rf "$work/checkout"
+mkdir "$work/checkout"
+(cd "$source" && git ls-files -co --exclude-standard -z | tar --null -T - -cf -) |
+  tar -xf - -C "$work/checkout"
+log make -C "$buildroot" O="$output" BR2_EXTERNAL="$work/checkout/buildroot" \
+  BR2_DEFCONFIG="$work/defconfig" defconfig
+grep -qx BR2_PACKAGE_ZELCLI=y "$output/.config" || fail "zelcli cannot be selected"
+cmake=$(sed -n 's/^cmake_minimum_required(VERSION \([0-9]*\)\.\([0-9]*\))$/\1_\2/p' \
+  "$source/CMakeLists.txt")
+grep -qx "BR2_HOST_CMAKE_AT_LEAST_$cmake=y" "$output/.config" ||
+  fail "the package does not ask Buildroot for the CMake ${cmake/_/.} that CMakeLists.txt needs"
+build_zelcli
+check_build shared
+log make -C "$output" zelcli-legal-info
+echo "ok: the checkout's LICENSE matches zelcli.hash"
+
+# Buildroot offers static-only builds with uClibc-ng or musl alone, which are
+# not to be had offline here, so the static build sets BR2_STATIC_LIBS on
+# make's command line over the glibc toolchain: the package infrastructure
+# then configures zelcli as it would for such a toolchain, and the examples
+# take the static library in (the C library stays shared).
+build_zelcli BR2_STATIC_LIBS=y
+check_build static
+
+# A package of Buildroot's own tree: the release's archive comes from its
+# site, here a local primary site and nothing else, and is hash-checked
+# against make dist's zelcli.hash. The Buildroot tree is this test's own copy.
+package=$buildroot/package/zelcli
+rm -rf "$work/dl/zelcli"
+mkdir "$package"
+cp "$source/buildroot/package/zelcli/Config.in" "$dist/zelcli.hash" "$package/"
+sed '/^# The checkout/,/^$/c\
+ZELCLI_SITE = https://git.c-seed-8922eda5.example/zelcli/releases/download/v$(ZELCLI_VERSION)\
+' "$source/buildroot/package/zelcli/zelcli.mk" >"$package/zelcli.mk"
+sed -i 's|^\tsource "package/utfcpp/Config.in"$|&\n\tsource "package/zelcli/Config.in"|' \
+  "$buildroot/package/Config.in"
+log sh -c "cd '$buildroot' && /usr/bin/python3 utils/check-package package/zelcli/*"
+printf '%s\n' BR2_PRIMARY_SITE=\"file://$dist\" BR2_PRIMARY_SITE_ONLY=y >>"$work/defconfig"
+log make -C "$buildroot" O="$output" BR2_EXTERNAL= BR2_DEFCONFIG="$work/defconfig" defconfig
+build_zelcli
+grep -q "^zelcli-$version.tar.gz: OK (sha256: " "$work/step.log" ||
+  fail "the release's archive was not hash-checked"
+cmp -s "$work/dl/zelcli/zelcli-$version.tar.gz" "$dist/zelcli-$version.tar.gz" ||
+  fail "the downloaded archive is not make dist's"
+check_build shared
+echo "ok: the release zelcli-$version.tar.gz downloaded and its hash checked"

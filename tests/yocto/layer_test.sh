@@ -57,7 +57,7 @@ for archive in "$yocto"/bitbake-*.tar.xz; do
     bitbake-2.18.tar.xz) series=wrynose ;;
     *) fail "no release series known for ${archive##*/}" ;;
   esac
-  dir=$work/$series
+  dir=$work/$series started=$SECONDS
   if [ ! -d "$dir/meta-oe" ]; then
     as_user mkdir -p "$dir/new"
     as_user tar -xf "$archive" -C "$dir/new"
@@ -131,5 +131,5 @@ CONF
   output=$(bitbake_in $series bitbake -n zelcli) || fail "$series: bitbake -n: $output"
   ! grep -E '^(WARNING|ERROR):' <<<"$output" || fail "$series: the dry run warned"
   echo "ok: $series: layers, parse, recipe variables (ptest on, off, pinned), dry run:" \
-    "$(grep -o 'Attempted [0-9]* tasks' <<<"$output")"
+    "$(grep -o 'Attempted [0-9]* tasks' <<<"$output"), $((SECONDS - started)) s"
 done
