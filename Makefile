@@ -7,7 +7,7 @@
 #   make dist    write the release tarball of HEAD and its Buildroot hash file
 #                into build/dist
 #   make bench   measure zelcli against readline, libedit and the terminal floor,
-#                update docs/bench.md and the summary in README.md
+#                update docs/bench.md
 #   make format  reformat the sources with clang-format
 #   make symbols rewrite cmake/zelcli.symbols from the built library, when the
 #                exported interface is meant to change
@@ -34,7 +34,8 @@ BUILDROOT_PACKAGES := make gcc g++ patch perl rsync cpio bc file unzip bzip2 xz-
 YOCTO_PACKAGES := git python3 gawk chrpath cpio locales-all
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := session
-TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_WERROR=ON
+TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_BUILD_EXAMPLES=ON \
+  -DZELCLI_WERROR=ON
 
 .PHONY: demo demo-board check packages deb check-native check-static check-arm check-asan check-tsan \
   check-fuzz check-portable check-yocto check-board check-packages check-buildroot dist bench \
@@ -48,7 +49,7 @@ demo-board:
 
 demo:
 	@scripts/ensure-packages.sh cmake g++ make
-	cmake -S . -B $(BUILD)/demo -DCMAKE_BUILD_TYPE=Release >/dev/null
+	cmake -S . -B $(BUILD)/demo -DCMAKE_BUILD_TYPE=Release -DZELCLI_BUILD_EXAMPLES=ON >/dev/null
 	cmake --build $(BUILD)/demo -j$(JOBS)
 	$(BUILD)/demo/examples/device_shell
 
@@ -98,7 +99,7 @@ check-tsan:
 check-fuzz:
 	@echo "== libFuzzer: each target for $(FUZZ_SECONDS) s from the seed corpus"
 	cmake -S . -B $(BUILD)/fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-	  -DBUILD_SHARED_LIBS=OFF -DZELCLI_BUILD_EXAMPLES=OFF -DZELCLI_BUILD_FUZZERS=ON \
+	  -DBUILD_SHARED_LIBS=OFF -DZELCLI_BUILD_FUZZERS=ON \
 	  -DZELCLI_WERROR=ON -DZELCLI_SANITIZE=fuzzer-no-link,address,undefined >/dev/null
 	cmake --build $(BUILD)/fuzz -j$(JOBS)
 	@for target in $(FUZZ_TARGETS); do \
@@ -119,13 +120,12 @@ deb:
 	@command -v dpkg-deb >/dev/null || \
 	  { echo "make deb: Debian packages not available: this machine has no dpkg" >&2; exit 1; }
 	@scripts/ensure-packages.sh cmake g++ make dpkg-dev g++-arm-linux-gnueabihf libstdc++6:armhf
-	cmake -S . -B $(BUILD)/deb -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
-	  -DZELCLI_BUILD_EXAMPLES=OFF >/dev/null
+	cmake -S . -B $(BUILD)/deb -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
 	cmake --build $(BUILD)/deb -j$(JOBS)
 	cd $(BUILD)/deb && cpack >/dev/null
 	cmake -S . -B $(BUILD)/deb-arm -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN) \
 	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
-	  -DCMAKE_INSTALL_LIBDIR=lib/arm-linux-gnueabihf -DZELCLI_BUILD_EXAMPLES=OFF >/dev/null
+	  -DCMAKE_INSTALL_LIBDIR=lib/arm-linux-gnueabihf >/dev/null
 	cmake --build $(BUILD)/deb-arm -j$(JOBS)
 	cd $(BUILD)/deb-arm && cpack >/dev/null
 	@ls -l $(BUILD)/deb/*.deb $(BUILD)/deb-arm/*.deb
@@ -134,7 +134,8 @@ deb:
 # Buildroot and Yocto build; the sysroot's Debian armhf packages are kept in
 # $(BUILD)/armhf-debs between runs.
 check-portable:
-	@echo "== without dpkg; cross-built into a sysroot, staged and built against"
+	@echo "== the README's quick start; without dpkg; cross-built into a sysroot, staged and built against"
+	tests/install/readme_test.sh .
 	tests/install/install_test.sh .
 	tests/install/sysroot_test.sh . $(BUILD)/armhf-debs
 
@@ -199,15 +200,14 @@ check-buildroot: dist
 # for 32-bit ARM built for size, whose footprint the benchmark reports.
 bench-build:
 	cmake -S . -B $(BUILD)/bench -DCMAKE_BUILD_TYPE=Release -DZELCLI_BUILD_BENCH=ON \
-	  -DZELCLI_WERROR=ON >/dev/null
+	  -DZELCLI_BUILD_EXAMPLES=ON -DZELCLI_WERROR=ON >/dev/null
 	cmake --build $(BUILD)/bench -j$(JOBS)
 	cmake -S . -B $(BUILD)/arm-size -DCMAKE_TOOLCHAIN_FILE=$(ARM_TOOLCHAIN) \
-	  -DCMAKE_BUILD_TYPE=MinSizeRel -DZELCLI_BUILD_EXAMPLES=OFF >/dev/null
+	  -DCMAKE_BUILD_TYPE=MinSizeRel >/dev/null
 	cmake --build $(BUILD)/arm-size -j$(JOBS)
 
 bench: packages bench-build
-	/usr/bin/python3 bench/bench.py $(BUILD)/bench $(BUILD)/arm-size --readme README.md \
-	  --docs docs/bench.md
+	/usr/bin/python3 bench/bench.py $(BUILD)/bench $(BUILD)/arm-size --docs docs/bench.md
 
 # A few hundred keys through every host and tool; checks the device shell's
 # system calls per byte read, never a time.

@@ -7,8 +7,7 @@ calls (strace -f -c), user-space instructions (callgrind), bytes written,
 heap allocations and peak resident memory, per key beyond the baseline of
 typing "exit" alone; and the libraries' footprint.
 
-  bench.py BUILD ARM_BUILD [--smoke] [--rounds N] [--out DIR] [--readme FILE]
-           [--docs FILE]
+  bench.py BUILD ARM_BUILD [--smoke] [--rounds N] [--out DIR] [--docs FILE]
 
 BUILD holds the x86-64 build with ZELCLI_BUILD_BENCH=ON, ARM_BUILD the ARM
 -Os build of the library. --smoke types a few hundred keys, checks the
@@ -467,7 +466,6 @@ def main():
     parser.add_argument("arm_build")
     parser.add_argument("--smoke", action="store_true")
     parser.add_argument("--out", default="bench/results")
-    parser.add_argument("--readme")
     parser.add_argument("--docs")
     parser.add_argument("--rounds", type=int)
     options = parser.parse_args()
@@ -518,9 +516,6 @@ def main():
     with open(os.path.join(options.out, "results.json"), "w") as out:
         json.dump({"results": results, "footprint": rows}, out, indent=1)
     chart(results, os.path.join(options.out, "cpu_per_key.png"))
-    if options.readme:
-        replace_results(options.readme,
-                        measured + " " + summary(results, rounds))
     if options.docs:
         replace_results(options.docs, report)
 

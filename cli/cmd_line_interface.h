@@ -50,30 +50,39 @@ class CmdLineInterfacePeer;
 /// Keys: printable bytes are inserted at the cursor; Backspace (BS, DEL)
 /// deletes before it; Left/Right (also Ctrl+B/Ctrl+F), Home and End move it;
 /// Enter (CR or LF) runs the line. Insert, Delete and Ctrl+Left/Right do
-/// nothing. One byte is one terminal column, and the head message and the line
-/// are expected to fit on one row.
+/// nothing. Alt+letter (ESC and the letter) types the letter. Other control
+/// bytes, Ctrl+C among them when the terminal passes it on, are logged as
+/// unknown keys and do nothing. An escape sequence the session does not know
+/// does nothing, and may take the key typed after it along: F5 (ESC [ 1 5 ~)
+/// then the letter a leaves the line as it was (see
+/// Console::GetKeyInfoFromEscSeq). One byte is one terminal column, and the
+/// head message and the line are expected to fit on one row.
 ///
 /// History: the last 20 lines that named a registered command (usage queries
 /// excepted, failures included) are kept, newest first, without repeating the
-/// newest. Up (Ctrl+P) and Down (Ctrl+N) step through them, Page Up jumps to
-/// the oldest and Page Down back to the line being typed, which is kept aside
-/// while browsing. A recalled line is a copy: editing it changes no entry. The
-/// history lives in memory only.
+/// newest. Up (Ctrl+P) and Down (Ctrl+N) step through them; Down from the
+/// newest brings back the line being typed, which Up kept aside. Page Up jumps
+/// to the oldest entry. Page Down jumps to the newest and ends the browsing
+/// there, so the line typed before it is gone: Page Down on a line being typed
+/// replaces it with the newest entry. A recalled line is a copy: editing it
+/// changes no entry. The history lives in memory only.
 ///
-/// Completion: Tab takes the whole line as the beginning of a command name. One
-/// matching name replaces the line; several open a list under the line, in
-/// registration order, with the highlighted name in red. In the list Up, Down,
-/// Page Up and Page Down move the highlight (wrapping around), Enter puts the
-/// highlighted name into the line without running it, and Tab or Backspace
-/// close the list and leave the line as typed. Other keys do nothing while the
-/// list is open.
+/// Completion: Tab takes the whole line as the beginning of a command name; on
+/// an empty line it does nothing. One matching name replaces the line; several
+/// open a list under the line, in registration order, with the highlighted name
+/// in red. In the list Up, Down, Page Up and Page Down move the highlight
+/// (wrapping around), Enter puts the highlighted name into the line without
+/// running it, and Tab or Backspace close the list and leave the line as typed.
+/// Other keys do nothing while the list is open.
 ///
 /// Command lines: words are separated by runs of blanks and tabs, with no
 /// quoting; at most 10 words are passed on and the rest of the line is
 /// dropped. Names match exactly and case-sensitively. A first word ending in
 /// '?' ("set?") prints the command's usage instead of running it. Outcomes are
 /// reported on standard output:
-/// - unknown command: "cmd [WORD] is not supported";
+/// - unknown command: "cmd [WORD] is not supported"; a line of blanks and tabs
+///   alone has no word and prints "cmd [(null)] is not supported" (an empty
+///   line prints nothing);
 /// - Result::InvalidArgs: "Usage : USAGE";
 /// - Result::Failure or any other number: "Failed to do [NAME] ret code [N]";
 /// - Result::NotSupported: the "Failed to do" line, then "cmd [WORD] is not

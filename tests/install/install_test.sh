@@ -21,7 +21,8 @@ for dir in /usr/bin /usr/sbin; do
 done
 if command -v dpkg dpkg-deb dpkg-query dpkg-architecture; then fail "dpkg is still there"; fi
 
-cmake -S "$source" -B "$work/build" -DCMAKE_BUILD_TYPE=Release "${@:3}" >"$work/log" &&
+cmake -S "$source" -B "$work/build" -DCMAKE_BUILD_TYPE=Release -DZELCLI_BUILD_EXAMPLES=ON \
+  "${@:3}" >"$work/log" &&
   grep -x -- '-- Debian packages not available: no dpkg on this machine' "$work/log" &&
   cmake --build "$work/build" -j2 >"$work/log" || { cat "$work/log"; fail "configure and build"; }
 if make -C "$source" BUILD="$work/make" deb >"$work/log" 2>&1; then fail "make deb passed"; fi
@@ -31,6 +32,10 @@ cmake --install "$work/build" --prefix "$work/installed" >/dev/null
 mv "$work/installed" "$work/moved"
 test -f "$work/moved/share/doc/zelcli/LICENSE" || fail "no LICENSE in share/doc/zelcli"
 test -x "$work/moved/bin/device_shell" || fail "no device_shell in bin"
+# From a file: a pipe whose writer has gone is never read again.
+printf 'hello moved\nexit\n' >"$work/keys"
+said=$("$work/moved/bin/minimal_shell" <"$work/keys" 2>&1) &&
+  [[ $said == *"hello, moved"* ]] || fail "the installed minimal_shell, moved, said: $said"
 PKG_CONFIG_PATH=$(dirname "$(find "$work/moved" -name zelcli.pc)")
 export PKG_CONFIG_PATH
 build_consumers installed c++ "-DCMAKE_PREFIX_PATH=$work/moved"
