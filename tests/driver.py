@@ -71,13 +71,20 @@ class Session:
         self.startup_output = self.wait_for_key(-1, 0)
 
     def close(self):
-        if self.exit_status() is None:
-            os.kill(self.pid, signal.SIGKILL)
-            os.waitpid(self.pid, 0)
-        for fd in (self.master, self.slave, self.errors):
-            os.close(fd)
+        # Closing the control socket ends a host whose session still runs
+        # (see host.cc); returns its exit status.
         self.answers.close()
         self.control.close()
+        try:
+            self.wait_until("exit", lambda: self.exit_status() is not None)
+        finally:
+            if self.exit_status() is None:
+                os.kill(self.pid, signal.SIGKILL)
+                os.waitpid(self.pid, 0)
+            self.collect()
+        for fd in (self.master, self.slave, self.errors):
+            os.close(fd)
+        return self.status
 
     def type(self, keys):
         # Sends `keys` in one write and returns what the host wrote until it

@@ -147,10 +147,10 @@ def transcript(file, name):
         actual = fields(state or session.ask(b"?")) if wanted else {}
         for field, value in wanted.items():
             check(failures, f"{where} ({field})", value, actual.get(field))
-    if session.exit_status() not in (None, 0):
-        failures.append(f"the host ended with {session.exit_status()}:\n" +
-                        session.take_log().decode("latin-1"))
-    session.close()
+    status = session.close()
+    if status != 0:
+        failures.append(f"the host ended with {status}:\n" +
+                        session.log.decode("latin-1"))
     return failures
 
 

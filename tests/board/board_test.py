@@ -46,6 +46,8 @@ def native(shell, script):
     # key, as the serial line sends it.
     session = Session([shell])
     written = [session.startup_output] + [session.type(k) for k in keys(script)]
+    if session.exit_status() is None:
+        session.type(b"exit\r")
     session.close()
     return [output.replace(b"\n", b"\r\n") for output in written]
 
