@@ -1,6 +1,5 @@
-// Broken invariants end the process through the C library's assertion
-// failure in every build type, so this file must see <assert.h> as if NDEBUG
-// were not set.
+// Faults end the process through the C library's assertion failure in every
+// build type, so this file must see <assert.h> as if NDEBUG were not set.
 #undef NDEBUG
 
 #include "cli/cmd_line_interface.h"
@@ -17,41 +16,49 @@
 
 namespace zel {
 namespace cli {
-// The helpers of this file are free functions in an unnamed namespace rather
-// than private members: every member of the library's classes is an exported
-// symbol that hosts link against, so a helper member would change the
-// interface.
 namespace {
 
 constexpr char kBlank = ' ';
 constexpr char kLineFeed = '\n';
 constexpr uint32_t kHistoryLimit = 20;
 
-// The name under which assertion failures of this file are reported.
-constexpr char kSourceName[] = "cmd_line_interface.cc";
+// The faults that end the process. Each has fixed texts: the line logged at
+// LOG_ERR first (none for a word buffer, whose allocation failed), then the
+// failed assertion, reported as this file's, with its line and function.
+// Hosts' log parsers match these texts, so the numbers in them belong to the
+// texts, not to this file's lines ("happend" too is spelled as they expect).
+struct Fault {
+  const char* log_line;
+  const char* expression;
+  unsigned int line;
+  const char* function;
+};
+constexpr Fault kCursorPastLineEnd = {
+    "InsertString 467 : this should not happend\n", "0", 468,
+    "bool zel::cli::CmdLineInterface::InsertString(std::string&)"};
+constexpr Fault kSelectionOutsideList = {
+    "bool zel::cli::CmdLineInterface::CandidateScreen::Select() 726: "
+    "don't do this to me :(\n",
+    "0", 727, "bool zel::cli::CmdLineInterface::CandidateScreen::Select()"};
+constexpr Fault kNoMemoryForWord = {
+    nullptr, "argv[argc] != __null", 256,
+    "bool zel::cli::CmdLineInterface::ParseLine()"};
 
-// Reports a failed assertion of `expression` the way assert() does and ends
-// the process. Unlike assert(), it cannot be compiled out.
-[[noreturn]] void FailAssertion(const char* expression, unsigned int line,
-                                const char* function) {
-#if defined(__GLIBC__)
-  __assert_fail(expression, kSourceName, line, function);
+// Logs the fault's line and ends the process through its failed assertion,
+// in every build type, unlike assert(). glibc's own assertion failure is
+// called where glibc declares it; other C libraries (musl, and uClibc-ng,
+// which defines __GLIBC__ too) get the same message on standard error and
+// abort().
+[[noreturn]] void Fail(const Fault& fault) {
+  constexpr char kSourceName[] = "cmd_line_interface.cc";
+  if (fault.log_line != nullptr) syslog(LOG_ERR, "%s", fault.log_line);
+#if defined(__GLIBC__) && !defined(__UCLIBC__)
+  __assert_fail(fault.expression, kSourceName, fault.line, fault.function);
 #else
-  std::fprintf(stderr, "%s:%u: %s: Assertion `%s' failed.\n", kSourceName, line,
-               function, expression);
+  std::fprintf(stderr, "%s:%u: %s: Assertion `%s' failed.\n", kSourceName,
+               fault.line, fault.function, fault.expression);
   std::abort();
 #endif
-}
-
-// Logs `log_line` at LOG_ERR and ends the process through a failed assertion
-// of "0" at `assert_line` in `function`. The log lines are fixed texts that
-// hosts' log parsers match: the numbers in them belong to the text, not to
-// this file's lines, so the callers spell each line out whole.
-[[noreturn]] void BrokenInvariant(const char* log_line,
-                                  unsigned int assert_line,
-                                  const char* function) {
-  syslog(LOG_ERR, "%s", log_line);
-  FailAssertion("0", assert_line, function);
 }
 
 }  // namespace
@@ -231,8 +238,9 @@ namespace {
 
 constexpr int kMaxWords = 10;
 constexpr char kUsageQuery = '?';
-// What "%s" shows for a missing first word, spelled out rather than left to
-// the C library.
+constexpr char kNotSupported[] = "cmd [%s] is not supported\n";
+// A line of blanks alone has no first word; the message shows it as glibc's
+// printf shows a null string, spelled out rather than left to the C library.
 constexpr char kNoWord[] = "(null)";
 
 // Owns a dispatched line's word buffers and frees them, last word first, on
@@ -252,10 +260,7 @@ class WordBuffers {
   // Running out of memory here is fatal.
   char* Add(int index, const char* word, size_t length) {
     words_[index] = static_cast<char*>(std::calloc(length + 1, 1));
-    if (words_[index] == nullptr) {
-      FailAssertion("argv[argc] != __null", __LINE__,
-                    "bool zel::cli::CmdLineInterface::ParseLine()");
-    }
+    if (words_[index] == nullptr) Fail(kNoMemoryForWord);
     return static_cast<char*>(std::memcpy(words_[index], word, length));
   }
 
@@ -288,31 +293,25 @@ bool CmdLineInterface::ParseLine() {
 }
 
 Result CmdLineInterface::DoCmdLine(int argc, char** argv) {
-  if (argv == nullptr) return Result::InvalidArgs;
-
-  bool query = false;
-  std::string_view word;  // the first word, without a trailing "?"
-  if (argv[0] != nullptr) {
-    word = argv[0];
-    if (!word.empty() && word.back() == kUsageQuery) {
-      argv[0][word.size() - 1] = '\0';
-      word.remove_suffix(1);
-      query = true;
-    }
-  }
-  const char* first_word = argv[0] != nullptr ? argv[0] : kNoWord;
-
-  // An index, not a pointer: it stays valid whatever the command does.
-  size_t index = 0;
-  while (index < commands_.size() &&
-         (argv[0] == nullptr || commands_[index].name != word)) {
-    ++index;
-  }
   // Outcomes go through printf, the stream that commands print on, so that
   // they follow a command's own lines; screen updates and the help listing
   // go straight to the terminal through WriteOnConsole.
+  if (argc == 0) {
+    std::printf(kNotSupported, kNoWord);
+    return Result::NotSupported;
+  }
+  std::string_view word = argv[0];  // without a trailing "?"
+  bool query = !word.empty() && word.back() == kUsageQuery;
+  if (query) {
+    argv[0][word.size() - 1] = '\0';
+    word.remove_suffix(1);
+  }
+
+  // An index, not a pointer: it stays valid whatever the command does.
+  size_t index = 0;
+  while (index < commands_.size() && commands_[index].name != word) ++index;
   if (index == commands_.size()) {
-    std::printf("cmd [%s] is not supported\n", first_word);
+    std::printf(kNotSupported, argv[0]);
     return Result::NotSupported;
   }
   if (query) {
@@ -334,8 +333,7 @@ Result CmdLineInterface::DoCmdLine(int argc, char** argv) {
   // the command's to rewrite, and this line shows the word as the command
   // left it.
   if (result == Result::NotSupported) {
-    std::printf("cmd [%s] is not supported\n",
-                argv[0] != nullptr ? argv[0] : kNoWord);
+    std::printf(kNotSupported, argv[0] != nullptr ? argv[0] : kNoWord);
   }
   return result;
 }
@@ -435,27 +433,15 @@ class LineUpdate {
 }  // namespace
 
 bool CmdLineInterface::InsertString(std::string& text) {
-  if (cursor_ > line_.size()) {
-    // "happend" is spelled as hosts' log parsers expect it.
-    BrokenInvariant(
-        "InsertString 467 : this should not happend\n", 468,
-        "bool zel::cli::CmdLineInterface::InsertString(std::string&)");
-  }
-  if (cursor_ == line_.size()) {
-    // At the end of the line, the common case while typing, the update is
-    // the text itself. Sending it as it stands rather than through a
-    // LineUpdate keeps a pasted line's cost per key a quarter lower.
-    WriteOnConsole(text);
-    line_.append(text);
-  } else {
-    // The text pushes the tail right, and the cursor comes back over it.
-    std::string_view tail = Tail(line_, cursor_);
-    LineUpdate update;
-    update.Text(text).Text(tail).Back(tail.size());
-    if (!update.Complete()) return false;
-    WriteOnConsole(update.Bytes());
-    line_.insert(cursor_, text);
-  }
+  if (cursor_ > line_.size()) Fail(kCursorPastLineEnd);
+  // The text pushes the tail right, and the cursor comes back over it; at
+  // the end of the line the update is the text alone.
+  std::string_view tail = Tail(line_, cursor_);
+  LineUpdate update;
+  update.Text(text).Text(tail).Back(tail.size());
+  if (!update.Complete()) return false;
+  WriteOnConsole(update.Bytes());
+  line_.insert(cursor_, text);
   cursor_ += static_cast<uint32_t>(text.size());
   return true;
 }
@@ -513,6 +499,12 @@ bool CmdLineInterface::ClearCharacters() {
   return true;
 }
 
+bool CmdLineInterface::ReplaceLine(std::string& text) {
+  ClearCharacters();
+  InsertString(text);
+  return true;
+}
+
 bool CmdLineInterface::MoveCursorDown() {
   history_index_ = 0;
   history_browsing_ = false;
@@ -529,17 +521,11 @@ bool CmdLineInterface::MoveCursorDown() {
 // arithmetic, signed where a step could go below zero; their wrap-around
 // cases are relied on by Page Up and Page Down.
 
-namespace {
-
-// The history entry at `index` (0 = newest), or null when there is none or it
-// is empty, as neither can be shown.
-std::string* HistoryEntry(std::list<std::string>& history, uint32_t index) {
-  if (index >= history.size()) return nullptr;
-  std::string& entry = *std::next(history.begin(), index);
-  return entry.empty() ? nullptr : &entry;
+bool CmdLineInterface::ShowHistoryEntry() {
+  if (history_index_ >= history_.size()) return false;
+  std::string& entry = *std::next(history_.begin(), history_index_);
+  return !entry.empty() && ReplaceLine(entry);
 }
-
-}  // namespace
 
 bool CmdLineInterface::AddHistory() {
   if (!history_.empty() && history_.front() == line_) return true;
@@ -561,11 +547,7 @@ bool CmdLineInterface::UpHistory(uint32_t n) {
   } else {
     history_index_ += n;
   }
-  std::string* entry = HistoryEntry(history_, history_index_);
-  if (entry == nullptr) return false;
-  ClearCharacters();
-  InsertString(*entry);
-  return true;
+  return ShowHistoryEntry();
 }
 
 bool CmdLineInterface::DownHistory(uint32_t n) {
@@ -577,16 +559,10 @@ bool CmdLineInterface::DownHistory(uint32_t n) {
     // Enter.
     history_index_ = 0;
     history_browsing_ = false;
-    ClearCharacters();
-    InsertString(saved_line_);
-    return true;
+    return ReplaceLine(saved_line_);
   }
   history_index_ -= n;
-  std::string* entry = HistoryEntry(history_, history_index_);
-  if (entry == nullptr) return false;
-  ClearCharacters();
-  InsertString(*entry);
-  return true;
+  return ShowHistoryEntry();
 }
 
 // ---------------------------------------------------------------------------
@@ -613,9 +589,7 @@ bool CmdLineInterface::ShowCandidateScreen() {
   if (candidates.empty()) return true;
   if (candidates.size() == 1) {
     if (candidates.front() == line_) return true;
-    ClearCharacters();
-    InsertString(candidates.front());
-    return true;
+    return ReplaceLine(candidates.front());
   }
 
   // Written after the list is drawn, with the terminal cursor after the last
@@ -723,12 +697,7 @@ bool CmdLineInterface::CandidateScreen::MoveUp(unsigned int n) {
 }
 
 bool CmdLineInterface::CandidateScreen::Select() {
-  if (selected_ >= candidates_.size()) {
-    BrokenInvariant(
-        "bool zel::cli::CmdLineInterface::CandidateScreen::Select() 726: "
-        "don't do this to me :(\n",
-        727, "bool zel::cli::CmdLineInterface::CandidateScreen::Select()");
-  }
+  if (selected_ >= candidates_.size()) Fail(kSelectionOutsideList);
   Clear();
   owner_->ClearCharacters();
   std::string& name = *std::next(candidates_.begin(), selected_);

@@ -205,6 +205,14 @@ class CmdLineInterface {
   bool ShowCandidateScreen();
   bool RemoveCandidateScreen();
 
+  // Helpers of the library's own, hidden so that hosts never link against
+  // them: the exported interface stays the documented one.
+  // Clears the line and types `text` into it. Returns true.
+  __attribute__((visibility("hidden"))) bool ReplaceLine(std::string& text);
+  // Shows history entry history_index_ in place of the line; false when it
+  // does not exist or is empty, and then writes nothing.
+  __attribute__((visibility("hidden"))) bool ShowHistoryEntry();
+
   std::string prompt_;
   uint32_t history_limit_;
   bool running_ = false;
