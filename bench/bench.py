@@ -18,117 +18,43 @@ fails if any figure is missing; CPU time is reported, never compared.
 
 import argparse
 import datetime
-import fcntl
 import json
 import os
 import platform
-import pty
 import random
 import re
-import select
 import statistics
-import struct
 import subprocess
 import sys
 import tempfile
-import termios
 
 import keyscripts
 
-# x86-64 system calls in which a host waits for a key.
-WAITING_CALLS = {0: "read", 7: "poll", 23: "select", 270: "pselect6",
-                 271: "ppoll"}
-COLUMNS, ROWS = 80, 24
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(
+    os.path.abspath(__file__))), "scripts"))
+import driver  # noqa: E402
+
 # Rounds of the timed runs (see timed_rounds). A round's ratio of zelcli's
 # CPU time to the floor's scatters by 0.15 to 0.3 on a shared 2-core machine;
 # with 60 rounds, two runs of the benchmark agree on its median to within 0.1.
 ROUNDS = 60
 
 
-def proc_fields(pid):
-    """(state, system call number or None, rchar, wchar) of `pid`."""
-    with open(f"/proc/{pid}/stat") as stat:
-        state = stat.read().rsplit(")", 1)[1].split()[0]
-    with open(f"/proc/{pid}/syscall") as call:
-        first = call.read().split()[0]
-    with open(f"/proc/{pid}/io") as io:
-        counts = dict(line.split(": ") for line in io.read().splitlines())
-    number = int(first) if first.lstrip("-").isdigit() else None
-    return state, number, int(counts["rchar"]), int(counts["wchar"])
-
-
-def leaf(pid):
-    """The last descendant of `pid`: the host itself under strace."""
-    while True:
-        try:
-            with open(f"/proc/{pid}/task/{pid}/children") as children:
-                found = children.read().split()
-        except OSError:
-            return pid
-        if not found:
-            return pid
-        pid = int(found[0])
-
-
-class Session:
-    """A host on a pseudo-terminal of COLUMNS x ROWS."""
-
-    def __init__(self, argv, env):
-        self.pid, self.master = pty.fork()
-        if self.pid == 0:
-            fcntl.ioctl(0, termios.TIOCSWINSZ,
-                        struct.pack("HHHH", ROWS, COLUMNS, 0, 0))
-            os.execvpe(argv[0], argv, env)
-        self.output = 0  # bytes seen on the master
-        self.host = None
-
-    def drain(self, timeout):
-        ready, _, _ = select.select([self.master], [], [], timeout)
-        if ready:
-            try:
-                self.output += len(os.read(self.master, 65536))
-            except OSError:  # the slave side has closed
-                return False
-        return True
-
-    def wait_for_key(self, rchar_at_least):
-        """Returns once the host sleeps in a waiting call, having read at
-        least `rchar_at_least` bytes in all; the host's /proc fields."""
-        while True:
-            self.drain(0.0005)
-            host = self.host if self.host is not None else leaf(self.pid)
-            try:
-                fields = proc_fields(host)
-            except (OSError, IndexError, KeyError):
-                continue
-            state, call, rchar, _ = fields
-            if state == "S" and call in WAITING_CALLS and rchar >= rchar_at_least:
-                self.host = host
-                return fields
-
-    def play(self, keys):
-        """Types every key, each once the host waits again; returns the
-        host's bytes written and its peak resident memory in KiB (VmHWM),
-        both as they stand before the last key, and the CPU time (user +
-        system, in seconds) of the process started, once it has ended."""
-        rchar = self.wait_for_key(0)[2]
-        written = peak = 0
-        for number, key in enumerate(keys):
-            data = key.encode("latin-1")
-            if number == len(keys) - 1:
-                written = proc_fields(self.host)[3]
-                with open(f"/proc/{self.host}/status") as status:
-                    peak = int(re.search(r"VmHWM:\s*(\d+)", status.read())[1])
-            os.write(self.master, data)
-            if number < len(keys) - 1:
-                rchar = self.wait_for_key(rchar + len(data))[2]
-        while self.drain(1):
-            pass
-        _, status, usage = os.wait4(self.pid, 0)
-        os.close(self.master)
-        if status != 0:
-            raise RuntimeError(f"host ended with status {status:#x}")
-        return written, peak, usage.ru_utime + usage.ru_stime
+def play(argv, env, keys):
+    """Types every key into the host, each once it waits again; returns the
+    host's bytes written and its peak resident memory in KiB (VmHWM), both as
+    they stand before the last key, and the CPU time (user + system, in
+    seconds) of the process started, once it has ended."""
+    session = driver.Session(argv, env, harness=False)
+    for key in keys[:-1]:
+        session.type(key.encode("latin-1"))
+    written = session.field("io", "wchar")
+    peak = session.field("status", "VmHWM")
+    os.write(session.master, keys[-1].encode("latin-1"))
+    status = session.close()
+    if status != 0:
+        raise RuntimeError(f"host ended with status {status}")
+    return written, peak, session.usage.ru_utime + session.usage.ru_stime
 
 
 HOSTS = {
@@ -176,8 +102,8 @@ def timed_rounds(build, scripts, base_keys, work, rounds):
                     for name in (script, "baseline")]
             for host, name in order.sample(runs, len(runs)):
                 played = keys if name == script else base_keys
-                written, peak, seconds[host, name] = Session(
-                    argv_of(build, host), env).play(played)
+                written, peak, seconds[host, name] = play(
+                    argv_of(build, host), env, played)
                 first.setdefault((host, name), (written, peak))
             for host in HOSTS:
                 cpu[host][script].append(
@@ -196,13 +122,13 @@ def profile(build, host, keys, work):
     counted = os.path.join(work, "allocations")
     preload = dict(env, LD_PRELOAD=os.path.join(build, "bench/alloc_count.so"),
                    BENCH_ALLOC_COUNT=counted)
-    Session(argv, preload).play(keys)
+    play(argv, preload, keys)
     with open(counted) as count:
         figures["allocations"] = int(count.read())
 
     summary = os.path.join(work, "strace")
-    Session(["strace", "-f", "-c", "-U", "calls,name", "-o", summary] + argv,
-            env).play(keys)
+    play(["strace", "-f", "-c", "-U", "calls,name", "-o", summary] + argv, env,
+         keys)
     calls = {}
     with open(summary) as table:
         for line in table:
@@ -212,8 +138,7 @@ def profile(build, host, keys, work):
     figures["calls"] = calls
 
     trace = os.path.join(work, "ioctl")
-    Session(["strace", "-f", "-e", "trace=ioctl", "-o", trace] + argv,
-            env).play(keys)
+    play(["strace", "-f", "-e", "trace=ioctl", "-o", trace] + argv, env, keys)
     requests = {}
     with open(trace) as lines:
         for line in lines:
@@ -225,8 +150,8 @@ def profile(build, host, keys, work):
     figures["ioctl"] = requests
 
     callgrind_out = os.path.join(work, "callgrind.out")
-    Session(["valgrind", "--tool=callgrind",
-             "--callgrind-out-file=" + callgrind_out] + argv, env).play(keys)
+    play(["valgrind", "--tool=callgrind",
+          "--callgrind-out-file=" + callgrind_out] + argv, env, keys)
     with open(callgrind_out) as lines:
         totals = [line for line in lines if line.startswith("totals:")]
     figures["instructions"] = int(totals[0].split()[1])
@@ -504,7 +429,7 @@ def main():
     machine = (f"{platform.machine()}, {os.cpu_count()} cores, "
                f"{cpu_model()}, Linux {platform.release()}")
     measured = (f"Measured {datetime.date.today().isoformat()} on {machine}; "
-                f"keys typed one at a time on an {COLUMNS}x{ROWS} "
+                f"keys typed one at a time on an {driver.COLUMNS}x{driver.ROWS} "
                 "pseudo-terminal, figures per key beyond the baseline "
                 "(\"exit\" alone).")
     report = "\n\n".join([measured, summary(results, rounds),

@@ -91,6 +91,13 @@ class CmdLineInterfacePeer;
 /// The built-in commands "help", "exit" and "quit" are always registered
 /// first, so a host command of the same name is listed but never runs.
 ///
+/// Faults: the terminal's are logged and the session carries on (see Console).
+/// A broken internal invariant, and a word of a line that memory cannot hold,
+/// end the process through a failed assertion in every build type: glibc's own
+/// assertion failure under glibc, and elsewhere (musl, uClibc-ng) the same
+/// message on standard error and abort(). The invariants' log lines come first,
+/// at LOG_ERR.
+///
 /// Threads: the session creates none. Everything runs on the thread that calls
 /// Run(), except console_.StopRead(), which another thread may call to wake a
 /// read that waits for a key (see Console).
