@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <list>
@@ -67,9 +68,15 @@ TEST(TerminalIo, StopReadWakesABlockedReadForGood) {
     console.StopRead();
     reader.join();
     EXPECT_EQ(woken, 0);
-    // The wake-up ("evt_exit" as a little-endian number) is never drained:
-    // reads return at once from now on, but input that waits comes first.
-    EXPECT_EQ(WakeUpCounter(wake_up), "746978655f747665");
+    // The wake-up, the bytes "evt_exit" read as a number in the machine's
+    // byte order, is never drained: reads return at once from now on, but
+    // input that waits comes first.
+    std::uint64_t wake_up_text;
+    std::memcpy(&wake_up_text, "evt_exit", sizeof wake_up_text);
+    char counter[17];
+    std::snprintf(counter, sizeof counter, "%llx",
+                  static_cast<unsigned long long>(wake_up_text));
+    EXPECT_EQ(WakeUpCounter(wake_up), counter);
     EXPECT_EQ(console.ReadChar(), 0);
     ASSERT_EQ(write(ends[1], "k", 1), 1);
     EXPECT_EQ(console.ReadChar(), 'k');
