@@ -11,8 +11,9 @@
 #   make format  reformat the sources with clang-format
 #   make symbols rewrite cmake/zelcli.symbols from the built library, when the
 #                exported interface is meant to change
-# make check runs, in order: check-native check-static check-arm check-asan
-# check-tsan check-fuzz check-portable check-board check-packages bench-smoke;
+# make check runs, in order: check-native check-static check-arm check-cross
+# check-musl check-asan check-tsan check-fuzz check-portable check-board
+# check-packages bench-smoke;
 # each can be run on its own once the packages are there. CI then runs
 # check-yocto with Yocto's tools (YOCTO=FOLDER) and check-buildroot with a
 # Buildroot release (BUILDROOT=TARBALL).
@@ -25,9 +26,14 @@ JOBS ?= 2
 CHECK_PACKAGES := cmake g++ make pkg-config libgtest-dev python3 clang-format clang-tidy \
   g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf clang \
   libclang-rt-14-dev valgrind libreadline-dev libedit-dev strace python3-matplotlib \
-  dpkg-dev libstdc++6:armhf doxygen lintian qemu-system-arm
+  dpkg-dev libstdc++6:armhf doxygen lintian qemu-system-arm googletest \
+  g++-aarch64-linux-gnu g++-riscv64-linux-gnu g++-mips-linux-gnu musl-dev libc++-dev
 SOURCES := $(shell git ls-files '*.cc' '*.h' '*.c' 2>/dev/null || find cli examples tests bench -name '*.cc' -o -name '*.h' -o -name '*.c')
 ARM_TOOLCHAIN := cmake/toolchains/arm-linux-gnueabihf.cmake
+# The other CPU families check-cross builds for, each with the toolchain file
+# of its triple, and GoogleTest built from Debian's sources, since Debian has
+# no GoogleTest package for some of them.
+CROSS_TRIPLES := aarch64-linux-gnu riscv64-linux-gnu mips-linux-gnu
 BUILDROOT_PACKAGES := make gcc g++ patch perl rsync cpio bc file unzip bzip2 xz-utils \
   g++-arm-linux-gnueabihf qemu-user python3-magic python3-flake8
 # bitbake needs the en_US.UTF-8 locale, which locales-all brings ready-made.
@@ -37,7 +43,8 @@ FUZZ_TARGETS := session
 TEST_BUILD := -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZELCLI_BUILD_TESTS=ON -DZELCLI_BUILD_EXAMPLES=ON \
   -DZELCLI_WERROR=ON
 
-.PHONY: demo demo-board check packages deb check-native check-static check-arm check-asan check-tsan \
+.PHONY: demo demo-board check packages deb check-native check-static check-arm check-cross \
+  $(addprefix check-cross-,$(CROSS_TRIPLES)) check-musl check-asan check-tsan \
   check-fuzz check-portable check-yocto check-board check-packages check-buildroot dist bench \
   bench-smoke bench-build format format-check symbols arm-static-shell
 
@@ -55,8 +62,8 @@ demo:
 
 check: packages
 	$(MAKE) format-check
-	$(MAKE) check-native check-static check-arm check-asan check-tsan check-fuzz \
-	  check-portable check-board check-packages bench-smoke
+	$(MAKE) check-native check-static check-arm check-cross check-musl check-asan check-tsan \
+	  check-fuzz check-portable check-board check-packages bench-smoke
 
 packages:
 	@scripts/ensure-packages.sh $(CHECK_PACKAGES)
@@ -83,6 +90,28 @@ check-arm:
 	cd $(BUILD)/arm && ctest --output-on-failure
 	@arm-linux-gnueabihf-strip -o $(BUILD)/arm/libzelcli.stripped $(BUILD)/arm/libzelcli.so
 	@echo "libzelcli.so stripped, 32-bit ARM: $$(stat -c %s $(BUILD)/arm/libzelcli.stripped) bytes"
+
+check-cross: $(addprefix check-cross-,$(CROSS_TRIPLES))
+
+$(addprefix check-cross-,$(CROSS_TRIPLES)): check-cross-%:
+	@echo "== $*: cross build, GoogleTest from Debian's sources, whole suite under qemu-user"
+	cmake -S /usr/src/googletest -B $(BUILD)/$*/googletest -DCMAKE_BUILD_TYPE=Release \
+	  -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/toolchains/$*.cmake -DBUILD_GMOCK=OFF \
+	  -DCMAKE_INSTALL_PREFIX=$(abspath $(BUILD)/$*/googletest/installed) >/dev/null
+	cmake --build $(BUILD)/$*/googletest -j$(JOBS) >/dev/null
+	cmake --install $(BUILD)/$*/googletest >/dev/null
+	cmake -S . -B $(BUILD)/$* -DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/$*.cmake $(TEST_BUILD) \
+	  -DCMAKE_PREFIX_PATH=$(abspath $(BUILD)/$*/googletest/installed) >/dev/null
+	cmake --build $(BUILD)/$* -j$(JOBS)
+	cd $(BUILD)/$* && ctest --output-on-failure
+
+# Debian has no C++ runtime for musl, so this compiles the library and stops
+# short of linking anything.
+check-musl:
+	@echo "== the library against musl's headers and libc++'s, warnings as errors"
+	cmake -S . -B $(BUILD)/musl -DCMAKE_TOOLCHAIN_FILE=tests/musl/toolchain.cmake \
+	  -DBUILD_SHARED_LIBS=OFF -DZELCLI_WERROR=ON >/dev/null
+	cmake --build $(BUILD)/musl --target zelcli
 
 check-asan:
 	@echo "== AddressSanitizer and UndefinedBehaviorSanitizer, whole suite"
