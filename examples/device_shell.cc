@@ -10,9 +10,11 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <map>
 #include <string>
 #include <vector>
@@ -54,8 +56,19 @@ class DeviceShell {
   }
 
  private:
+  // A word holds whatever was typed: ESC followed by any byte types that
+  // byte, control bytes and escape sequences included. show prints the
+  // entries to whoever looks next, so only printable ASCII is stored.
   Result Set(int argc, char** argv) {
     if (argc != 3) return Result::InvalidArgs;
+    for (const char* word : {argv[1], argv[2]}) {
+      for (const char* c = word; *c != '\0'; ++c) {
+        if (*c < ' ' || *c > '~') {
+          std::printf("set: only printable ASCII is stored\n");
+          return Result::Failure;
+        }
+      }
+    }
     config_[argv[1]] = argv[2];
     return Result::Success;
   }
@@ -132,8 +145,11 @@ class DeviceShell {
   bool led_on_ = false;
 };
 
-// The terminal mode at the start, put back on every way out.
+// The terminal mode at the start, put back on every way out and while the
+// shell is stopped.
 termios terminal_at_start = {};
+// The mode for the whole session; see TurnEchoOffForTheSession().
+termios session_mode = {};
 // The terminal's name: after a hang-up the kernel refuses every call on the
 // descriptors the shell had, and the line is reached by opening it again.
 char terminal_name[64] = "";
@@ -147,15 +163,6 @@ void RestoreTerminal() {
   }
 }
 
-// Ctrl+C, SIGTERM and a hang-up end the process, after putting back the
-// terminal mode it had at the start. Its calls are safe in a signal handler,
-// and the handler runs on the session's thread, so the session cannot switch
-// the mode again behind it.
-void RestoreTerminalAndExit(int) {
-  RestoreTerminal();
-  _exit(0);
-}
-
 // The session switches echo off only while it waits for a key, and puts back
 // the mode it found after every byte. Between two reads the terminal itself
 // echoes what arrives, so a key typed just as the prompt shows, or the rest of
@@ -163,9 +170,66 @@ void RestoreTerminalAndExit(int) {
 // as stray characters. With echo and canonical input off for the whole
 // session, the mode the session puts back has them off as well.
 void TurnEchoOffForTheSession() {
-  termios mode = terminal_at_start;
-  mode.c_lflag &= ~(ECHO | ICANON);
-  tcsetattr(STDIN_FILENO, TCSANOW, &mode);
+  session_mode = terminal_at_start;
+  session_mode.c_lflag &= ~(ECHO | ICANON);
+  tcsetattr(STDIN_FILENO, TCSANOW, &session_mode);
+}
+
+void SetHandler(int signal_number, void (*handler)(int), int flags = 0) {
+  struct sigaction action = {};
+  action.sa_handler = handler;
+  action.sa_flags = flags;
+  sigaction(signal_number, &action, nullptr);
+}
+
+// The handlers below use only calls that are safe in a signal handler. They
+// run on the session's thread, interrupting it, so the session cannot switch
+// the mode again behind them.
+
+// Ctrl+C, SIGTERM and a hang-up are how a user or init ends the shell.
+void RestoreTerminalAndExit(int) {
+  RestoreTerminal();
+  _exit(0);
+}
+
+// Ctrl+\ and an output that has gone (SIGPIPE) end the shell by the same
+// signal, so that Ctrl+\ still dumps a core and the parent sees the cause.
+// Installed with SA_RESETHAND: the signal raised again is the default action,
+// and it ends the process as the handler returns.
+void RestoreTerminalAndDie(int signal_number) {
+  RestoreTerminal();
+  raise(signal_number);
+}
+
+// A job-control shell (bash in a terminal) stops the shell on Ctrl+Z and
+// expects a stopped job to leave the terminal as it found it; fg continues the
+// job with the terminal in bash's own, canonical and echoing, mode.
+void StopLikeAJob(int) {
+  int saved_errno = errno;
+  RestoreTerminal();
+  // The default action, raised again and let through: blocked while this
+  // handler runs, it stops the process as the mask is lifted.
+  SetHandler(SIGTSTP, SIG_DFL);
+  raise(SIGTSTP);
+  sigset_t stop;
+  sigemptyset(&stop);
+  sigaddset(&stop, SIGTSTP);
+  sigprocmask(SIG_UNBLOCK, &stop, nullptr);
+  // Continued; or never stopped: a shell that leads its own session (under
+  // init or sshd) has no job-control shell above it, and the kernel drops the
+  // stop. So the session's mode is taken again here, not only on SIGCONT.
+  SetHandler(SIGTSTP, StopLikeAJob);
+  tcsetattr(STDIN_FILENO, TCSANOW, &session_mode);
+  errno = saved_errno;
+}
+
+// Continued after any stop (Ctrl+Z, SIGSTOP, a read from the background): the
+// session's mode again. The wait for a key that the stop interrupted ends as
+// a read of byte 0, logged as an unknown key, and the next one runs as before.
+void TakeTheSessionModeAgain(int) {
+  int saved_errno = errno;
+  tcsetattr(STDIN_FILENO, TCSANOW, &session_mode);
+  errno = saved_errno;
 }
 
 // Started on /dev/console, as BusyBox init's "console::" entries do, the shell
@@ -184,12 +248,30 @@ void TakeControllingTerminal() {
                "(::respawn:/bin/cttyhack /usr/bin/device_shell).\n");
 }
 
+// Every argument from `first_word` on names one more command, which does
+// nothing: a scripted session (the benchmark's, for one) can then run its own
+// words and find its lines in the history.
+void RunSession(int argc, char** argv, int first_word) {
+  DeviceShell shell;
+  CmdLineInterface cli;
+  std::vector<CmdLineInterface::Command> commands = shell.Commands();
+  cli.AddCmdList(commands);
+  std::vector<CmdLineInterface::Command> words;
+  for (int i = first_word; i < argc; ++i) {
+    words.emplace_back(argv[i], "does nothing", "{}",
+                       [](int, char**) { return Result::Success; });
+  }
+  cli.AddCmdList(words);
+  cli.SetGreetingMessage(
+      "zelcli device shell. Type help for the commands, exit to leave.\n");
+  cli.SetHeadMessage("board> ");
+  cli.Run();
+}
+
 }  // namespace
 
-// Every argument names one more command, which does nothing: a scripted
-// session (the benchmark's, for one) can then run its own words and find its
-// lines in the history. The shell has no options; "--" ends them as usual, so
-// getty -n -l /usr/bin/device_shell, which adds one, adds no command.
+// The shell has no options; "--" ends them as usual, so getty -n -l
+// /usr/bin/device_shell, which adds one, adds no command.
 int main(int argc, char** argv) {
   int first_word = 1;
   if (argc > 1 && std::strcmp(argv[1], "--") == 0) {
@@ -207,26 +289,24 @@ int main(int argc, char** argv) {
   TakeControllingTerminal();
   tcgetattr(STDIN_FILENO, &terminal_at_start);
   ttyname_r(STDIN_FILENO, terminal_name, sizeof terminal_name);
-  struct sigaction ending = {};
-  ending.sa_handler = RestoreTerminalAndExit;
   for (int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
-    sigaction(signal_number, &ending, nullptr);
+    SetHandler(signal_number, RestoreTerminalAndExit);
+  }
+  for (int signal_number : {SIGQUIT, SIGPIPE}) {
+    SetHandler(signal_number, RestoreTerminalAndDie, SA_RESETHAND);
   }
   TurnEchoOffForTheSession();
-  DeviceShell shell;
-  CmdLineInterface cli;
-  std::vector<CmdLineInterface::Command> commands = shell.Commands();
-  cli.AddCmdList(commands);
-  std::vector<CmdLineInterface::Command> words;
-  for (int i = first_word; i < argc; ++i) {
-    words.emplace_back(argv[i], "does nothing", "{}",
-                       [](int, char**) { return Result::Success; });
+  SetHandler(SIGTSTP, StopLikeAJob);
+  SetHandler(SIGCONT, TakeTheSessionModeAgain);
+  // An exception that leaves the session (std::bad_alloc, when a line
+  // outgrows the memory there is) ends the shell with the terminal put back.
+  try {
+    RunSession(argc, argv, first_word);
+  } catch (const std::exception& error) {
+    RestoreTerminal();
+    std::fprintf(stderr, "device_shell: %s\n", error.what());
+    return 1;
   }
-  cli.AddCmdList(words);
-  cli.SetGreetingMessage(
-      "zelcli device shell. Type help for the commands, exit to leave.\n");
-  cli.SetHeadMessage("board> ");
-  cli.Run();
   RestoreTerminal();
   return 0;
 }
