@@ -50,22 +50,26 @@ class CmdLineInterfacePeer;
 /// Keys: printable bytes are inserted at the cursor; Backspace (BS, DEL)
 /// deletes before it; Left/Right (also Ctrl+B/Ctrl+F), Home and End move it;
 /// Enter (CR or LF) runs the line. Insert, Delete and Ctrl+Left/Right do
-/// nothing. Alt+letter (ESC and the letter) types the letter. Other control
-/// bytes, Ctrl+C among them when the terminal passes it on, are logged as
-/// unknown keys and do nothing. An escape sequence the session does not know
-/// does nothing, and may take the key typed after it along: F5 (ESC [ 1 5 ~)
-/// then the letter a leaves the line as it was (see
-/// Console::GetKeyInfoFromEscSeq). One byte is one terminal column, and the
-/// head message and the line are expected to fit on one row.
+/// nothing. ESC followed by any byte but ESC and '[' types that byte as it
+/// is: Alt+letter types the letter, and a control byte or a byte from 0x80 to
+/// 0xFF (0x9B, the one-byte CSI, among them) typed after ESC goes into the
+/// line, its echo and the command's argv unchanged. Other control bytes,
+/// Ctrl+C among them when the terminal passes it on, are logged as unknown
+/// keys and do nothing, and so are bytes from 0x80 to 0xFF typed without ESC
+/// where isprint() refuses them (in the C and UTF-8 locales). An escape
+/// sequence the session does not know does nothing, and may take the key
+/// typed after it along: F5 (ESC [ 1 5 ~) then the letter a leaves the line
+/// as it was (see Console::GetKeyInfoFromEscSeq). One byte is one terminal
+/// column, and the head message and the line are expected to fit on one row.
 ///
 /// History: the last 20 lines that named a registered command (usage queries
 /// excepted, failures included) are kept, newest first, without repeating the
 /// newest. Up (Ctrl+P) and Down (Ctrl+N) step through them; Down from the
 /// newest brings back the line being typed, which Up kept aside. Page Up jumps
-/// to the oldest entry. Page Down jumps to the newest and ends the browsing
-/// there, so the line typed before it is gone: Page Down on a line being typed
-/// replaces it with the newest entry. A recalled line is a copy: editing it
-/// changes no entry. The history lives in memory only.
+/// to the oldest entry. Page Down while browsing brings back the line being
+/// typed at once; on the line being typed it puts the newest entry in its
+/// place without keeping the typed text, which is then gone. A recalled line
+/// is a copy: editing it changes no entry. The history lives in memory only.
 ///
 /// Completion: Tab takes the whole line as the beginning of a command name; on
 /// an empty line it does nothing. One matching name replaces the line; several

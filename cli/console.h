@@ -82,14 +82,19 @@ class Console {
   /// Waits for one byte of standard input and returns it. While it waits, the
   /// terminal has ICANON and ECHO cleared; every other setting stays, and the
   /// saved settings are back before it returns. Returns 0 when woken by
-  /// StopRead() or when standard input reports a hang-up or error, and 255
-  /// (as a char) when the read itself fails, end of file included. Input that
-  /// is pending wins over a wake-up. Writes nothing. Reading thread only.
+  /// StopRead(), when a signal that the host handles interrupts the wait
+  /// (poll() is not restarted, whatever SA_RESTART says), or when standard
+  /// input reports a hang-up or error, and 255 (as a char) when the read
+  /// itself fails, end of file included. Input that is pending wins over a
+  /// wake-up. Writes nothing. Reading thread only.
   char ReadChar();
 
   /// Wakes a ReadChar() that waits, from any thread. The wake-up is never
   /// consumed: from the first call on every ReadChar() returns at once.
-  /// A third call blocks for ever, so call it at most twice. Writes nothing
+  /// Each call adds to the descriptor's counter, and the third call of a
+  /// console's life blocks for ever. "exit" and "quit" make one call each
+  /// time they run, so a host that calls it once leaves room for the user's
+  /// "exit"; after a second call of the host's, "exit" blocks. Writes nothing
   /// to the terminal.
   void StopRead();
 
