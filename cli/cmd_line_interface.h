@@ -250,9 +250,9 @@ class CmdLineInterface {
   CandidateScreen* candidate_screen_ = nullptr;  // owned; null when closed
 };
 
-/// The candidate list that Tab opens when several command names begin with the
-/// line. A session creates, owns and deletes it on its own thread; a host
-/// never handles one.
+/// The library's own: the candidate list that Tab opens when several command
+/// names begin with the line. A session creates, owns and deletes it on its
+/// own thread; a host never handles one.
 ///
 /// It draws one name per line under the input line, the highlighted one in
 /// red, and leaves the terminal cursor after the last name. To erase itself it
