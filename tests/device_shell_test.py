@@ -1,7 +1,7 @@
 # The device shell (examples/device_shell.cc) on a pseudo-terminal in the
-# kernel's default modes, as a user's terminal has them: stopped and continued
-# by a job-control shell, and ended by signals and by an exception, each time
-# leaving the terminal's modes as it found them.
+# kernel's default modes, as a user's terminal has them, run as a job of bash
+# with job control: stopped and continued, and ended by signals and by an
+# exception, each time leaving the terminal's modes as it found them.
 #
 #   device_shell_test.py jobs|endings
 #
@@ -10,123 +10,110 @@
 # brought about by a limit on the shell's memory.
 
 import os
-import platform
 import resource
 import signal
 import sys
-import termios
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(
-    os.path.abspath(__file__))), "scripts"))
-from driver import WAITING_CALLS, Session  # noqa: E402
+from session_test import report
+from driver import Session, leaf
 
 SHELL = os.environ["ZELCLI_TEST_SHELL"].split()
 PROMPT = b"board> "
+# Each time the job stops or ends, bash says whether the terminal's modes are
+# those it started the job with, and the job's status. A stopped job gets
+# the terminal back canonical and echoing, as an interactive bash leaves it
+# while it reads a command line, and is brought back with fg.
+JOB = '''start=$(stty -g); set -m; "$@"; status=$?
+while :; do
+  [ "$(stty -g)" = "$start" ] && echo "modes put back"
+  echo "status $status"
+  [ $status = 148 ] || break
+  stty icanon echo; fg >/dev/null; status=$?
+done'''
 
 
-def kernel_modes():
-    # The modes of a new pseudo-terminal, which the shell starts with.
-    master, slave = os.openpty()
-    modes = termios.tcgetattr(slave)
-    os.close(master)
-    os.close(slave)
-    return modes
+def start(*options):
+    return Session(["bash", *options, "-c", JOB, "bash"] + SHELL, harness=False)
 
 
-KERNEL_MODES = kernel_modes()
-
-
-def jobs(failures):
-    # bash with job control runs the shell as a job of its own. When the job
-    # stops, the script reports whether the shell put the terminal's modes
-    # back, leaves the terminal canonical and echoing, as an interactive bash
-    # does while it reads a command line, and brings the job back with fg.
-    script = ('start=$(stty -g); set -m; "$@"; '
-              '[ "$(stty -g)" = "$start" ] && echo "modes put back"; '
-              'stty icanon echo; echo fg; fg >/dev/null')
-    session = Session(["bash", "-c", script, "bash"] + SHELL, harness=False)
-    session.type(b"set baudrate 9600")
-    # Ctrl+Z reaches no read: the shell has only to wait for a key again.
+def until(session, wanted, send):
+    # Sends a signal, or a key that the terminal turns into one, and returns
+    # what is written until bash has said `wanted` and the shell waits again,
+    # or bash has ended.
     switches = session.field("status", "voluntary_ctxt_switches")
     read = session.field("io", "rchar")
-    os.write(session.master, b"\x1a")
-    session.wait_until("stop", lambda: b"fg\r\n" in session.output)
-    stopped = session.wait_for_key(switches, read)
-    if b"modes put back" not in stopped:
-        failures.append(f"stopped, the shell left other modes: {stopped}")
-    # The line is still "set baudrate 9600", edited without echo from the
-    # terminal, a key at a time.
+    send()
+    session.wait_until(f"say {wanted}", lambda: wanted in session.output)
+    return session.wait_for_key(switches, read)
+
+
+def key(session, byte):
+    return lambda: os.write(session.master, byte)
+
+
+def jobs():
+    failures = []
+    # Interactive, bash keeps the terminal's modes of its own for a job that
+    # it continues, as a user's bash does.
+    session = start("--norc", "-i")
+    session.type(b"set baudrate 9600")
+    stopped = until(session, b"status 148\r\n", key(session, b"\x1a"))
+    if b"modes put back" not in stopped:  # Ctrl+Z
+        failures.append(f"Ctrl+Z: {stopped}")
+    # After fg the line is still "set baudrate 9600", and each key acts on
+    # it, with no echo from the terminal.
     for keys, expected in ((b"\x7f" * 4, b"\b \b" * 4), (b"1200", b"1200"),
                            (b"\r", b"\r\n" + PROMPT),
                            (b"get baudrate\r",
-                            b"get baudrate\r\n1200\r\n" + PROMPT)):
+                            b"get baudrate\r\n1200\r\n" + PROMPT),
+                           (b"exit\r", b"exit\r\nmodes put back\r\nstatus 0\r\n")):
         written = session.type(keys)
         if written != expected:
             failures.append(f"after fg, {keys} wrote {written}, not {expected}")
-    session.type(b"exit\r")
-    status = session.close()
-    if status != 0:
-        failures.append(f"bash, whose job the shell was, ended with {status}")
+    session.close()
+    return failures
 
 
 def exhaust_memory(session):
     # Lets the shell's data grow by 192 KiB at most, then types one long line
-    # until the line cannot grow.
-    with open(f"/proc/{session.pid}/status") as status:
+    # until the line cannot grow and the shell ends.
+    shell = leaf(session.pid)
+    with open(f"/proc/{shell}/status") as status:
         data = next(int(line.split()[1]) for line in status
                     if line.startswith("VmData:"))
     limit = (data + 192) * 1024
-    resource.prlimit(session.pid, resource.RLIMIT_DATA, (limit, limit))
+    resource.prlimit(shell, resource.RLIMIT_DATA, (limit, limit))
     for _ in range(2048):
         written = session.type(b"x" * 1024)
-        if session.exit_status() is not None:
+        if b"status" in written:
             return written
     return b""
 
 
-def endings(failures):
-    ways = [("Ctrl+\\", lambda s: os.write(s.master, b"\x1c") and b"",
-             -signal.SIGQUIT, b""),
-            ("SIGPIPE", lambda s: os.kill(s.pid, signal.SIGPIPE) or b"",
-             -signal.SIGPIPE, b"")]
+def endings():
+    ways = [("Ctrl+\\", lambda s: until(s, b"status", key(s, b"\x1c")),
+             b"modes put back\r\nstatus 131\r\n"),
+            ("SIGPIPE", lambda s: until(s, b"status", lambda: os.kill(
+                leaf(s.pid), signal.SIGPIPE)), b"modes put back\r\nstatus 141\r\n")]
     if os.environ.get("ZELCLI_TEST_MEMORY_LIMIT") == "ON":
-        ways.append(("an exception", exhaust_memory, 1,
-                     b"device_shell: std::bad_alloc\r\n"))
-    for ending, end, expected_status, expected_message in ways:
-        session = Session(SHELL, harness=False)
-        written = end(session)
-        session.wait_until("end", lambda: session.exit_status() is not None)
-        session.collect()
-        written += session.output
-        modes = termios.tcgetattr(session.slave)
-        status = session.close()
-        if status != expected_status or not written.endswith(expected_message):
-            failures.append(f"after {ending}: status {status}, not "
-                            f"{expected_status}; last written {written[-60:]}")
-        differing = [name for name, value, kernel in zip(
-            ("iflag", "oflag", "cflag", "lflag", "ispeed", "ospeed", "cc"),
-            modes, KERNEL_MODES) if value != kernel]
-        if differing:
-            failures.append(f"after {ending}: the terminal's {differing} are "
-                            "not as the shell found them")
-
-
-def main(which):
-    if WAITING_CALLS is None:
-        print(f"skipped: driver.py does not know the waiting calls' numbers "
-              f"on {platform.machine()}")
-        return 77  # a skip, to ctest
-    # The shell starts as a login shell would start it: with SIGPIPE's
-    # default action, which Python ignores, and no core file from Ctrl+\.
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
-    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+        ways.append(("an exception", exhaust_memory,
+                     b"device_shell: std::bad_alloc\r\n"
+                     b"modes put back\r\nstatus 1\r\n"))
     failures = []
-    {"jobs": jobs, "endings": endings}[which](failures)
-    for failure in failures:
-        print("FAILED:", failure)
-    print(f"{len(failures)} failed" if failures else "ok")
-    return 1 if failures else 0
+    # Not interactive, bash leaves the modes as the job left them.
+    for ending, end, expected in ways:
+        session = start()
+        written = end(session)
+        session.close()
+        if not written.endswith(expected):
+            failures.append(f"{ending}: the end of {written[-80:]}, not "
+                            f"{expected}")
+    return failures
 
 
 if __name__ == "__main__":
-    sys.exit(main(*sys.argv[1:]))
+    # The shell starts as a login shell starts it: with SIGPIPE's default
+    # action, which Python ignores, and with no core file from Ctrl+\.
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+    sys.exit(report({"jobs": jobs, "endings": endings}[sys.argv[1]]))

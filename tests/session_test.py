@@ -156,12 +156,13 @@ def transcript(file, name):
     return failures
 
 
-def main(file, name):
+def report(test, *arguments):
+    # Runs a test that returns its failures, and tells ctest.
     if WAITING_CALLS is None:
         print(f"skipped: driver.py does not know the waiting calls' numbers "
               f"on {platform.machine()}")
         return 77  # a skip, to ctest
-    failures = transcript(file, name)
+    failures = test(*arguments)
     for failure in failures:
         print("FAILED at", failure)
     print(f"{len(failures)} failed" if failures else "ok")
@@ -169,4 +170,4 @@ def main(file, name):
 
 
 if __name__ == "__main__":
-    sys.exit(main(*sys.argv[1:]))
+    sys.exit(report(transcript, *sys.argv[1:]))
