@@ -20,14 +20,15 @@ from driver import Session, leaf
 SHELL = os.environ["ZELCLI_TEST_SHELL"].split()
 PROMPT = b"board> "
 # Each time the job stops or ends, bash says whether the terminal's modes are
-# those it started the job with, and the job's status. A stopped job gets
-# the terminal back canonical and echoing, as an interactive bash leaves it
-# while it reads a command line, and is brought back with fg.
+# those it started the job with, and the job's status. A job stopped by
+# SIGTSTP (status 148) or SIGSTOP (147) gets the terminal back canonical and
+# echoing, as an interactive bash leaves it while it reads a command line,
+# and is brought back with fg.
 JOB = '''start=$(stty -g); set -m; "$@"; status=$?
 while :; do
   [ "$(stty -g)" = "$start" ] && echo "modes put back"
   echo "status $status"
-  [ $status = 148 ] || break
+  case $status in 147|148) ;; *) break ;; esac
   stty icanon echo; fg >/dev/null; status=$?
 done'''
 
@@ -61,13 +62,18 @@ def jobs():
     if b"modes put back" not in stopped:  # Ctrl+Z
         failures.append(f"Ctrl+Z: {stopped}")
     # After fg the line is still "set baudrate 9600", and each key acts on
-    # it, with no echo from the terminal.
+    # it, with no echo from the terminal; so too after a stop that the shell
+    # cannot see coming.
+    def stop():
+        return until(session, b"status 147\r\n", lambda: os.kill(
+            leaf(session.pid), signal.SIGSTOP)) and b""
     for keys, expected in ((b"\x7f" * 4, b"\b \b" * 4), (b"1200", b"1200"),
-                           (b"\r", b"\r\n" + PROMPT),
+                           (stop, b""), (b"\r", b"\r\n" + PROMPT),
                            (b"get baudrate\r",
                             b"get baudrate\r\n1200\r\n" + PROMPT),
-                           (b"exit\r", b"exit\r\nmodes put back\r\nstatus 0\r\n")):
-        written = session.type(keys)
+                           (b"exit\r",
+                            b"exit\r\nmodes put back\r\nstatus 0\r\n")):
+        written = keys() if callable(keys) else session.type(keys)
         if written != expected:
             failures.append(f"after fg, {keys} wrote {written}, not {expected}")
     session.close()
