@@ -194,8 +194,8 @@ void RestoreTerminalAndExit(int) {
 
 // Ctrl+\ and an output that has gone (SIGPIPE) end the shell by the same
 // signal, so that Ctrl+\ still dumps a core and the parent sees the cause.
-// Installed with SA_RESETHAND: the signal raised again is the default action,
-// and it ends the process as the handler returns.
+// Installed with SA_RESETHAND, so that the signal raised again takes its
+// default action.
 void RestoreTerminalAndDie(int signal_number) {
   RestoreTerminal();
   raise(signal_number);
