@@ -34,7 +34,8 @@ done'''
 
 
 def start(*options):
-    return Session(["bash", *options, "-c", JOB, "bash"] + SHELL, harness=False)
+    return Session(["bash", *options, "-c", JOB, "bash", *SHELL],
+                   harness=False)
 
 
 def until(session, wanted, send):
@@ -58,15 +59,17 @@ def jobs():
     # it continues, as a user's bash does.
     session = start("--norc", "-i")
     session.type(b"set baudrate 9600")
-    stopped = until(session, b"status 148\r\n", key(session, b"\x1a"))
-    if b"modes put back" not in stopped:  # Ctrl+Z
+    ctrl_z = key(session, b"\x1a")
+    stopped = until(session, b"status 148\r\n", ctrl_z)
+    if b"modes put back" not in stopped:
         failures.append(f"Ctrl+Z: {stopped}")
     # After fg the line is still "set baudrate 9600", and each key acts on
     # it, with no echo from the terminal; so too after a stop that the shell
     # cannot see coming.
     def stop():
-        return until(session, b"status 147\r\n", lambda: os.kill(
-            leaf(session.pid), signal.SIGSTOP)) and b""
+        until(session, b"status 147\r\n",
+              lambda: os.kill(leaf(session.pid), signal.SIGSTOP))
+        return b""
     for keys, expected in ((b"\x7f" * 4, b"\b \b" * 4), (b"1200", b"1200"),
                            (stop, b""), (b"\r", b"\r\n" + PROMPT),
                            (b"get baudrate\r",
@@ -75,7 +78,8 @@ def jobs():
                             b"exit\r\nmodes put back\r\nstatus 0\r\n")):
         written = keys() if callable(keys) else session.type(keys)
         if written != expected:
-            failures.append(f"after fg, {keys} wrote {written}, not {expected}")
+            failures.append(f"after fg, {keys} wrote {written}, "
+                            f"not {expected}")
     session.close()
     return failures
 
@@ -97,10 +101,12 @@ def exhaust_memory(session):
 
 
 def endings():
+    def sigpipe(session):
+        return until(session, b"status",
+                     lambda: os.kill(leaf(session.pid), signal.SIGPIPE))
     ways = [("Ctrl+\\", lambda s: until(s, b"status", key(s, b"\x1c")),
              b"modes put back\r\nstatus 131\r\n"),
-            ("SIGPIPE", lambda s: until(s, b"status", lambda: os.kill(
-                leaf(s.pid), signal.SIGPIPE)), b"modes put back\r\nstatus 141\r\n")]
+            ("SIGPIPE", sigpipe, b"modes put back\r\nstatus 141\r\n")]
     if os.environ.get("ZELCLI_TEST_MEMORY_LIMIT") == "ON":
         ways.append(("an exception", exhaust_memory,
                      b"device_shell: std::bad_alloc\r\n"
