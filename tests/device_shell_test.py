@@ -3,7 +3,7 @@
 # with job control: stopped and continued, and ended by signals and by an
 # exception, each time leaving the terminal's modes as it found them.
 #
-#   device_shell_test.py jobs|endings
+#   device_shell_test.py after_fg|modes_put_back
 #
 # ZELCLI_TEST_SHELL is the device shell's command line (behind an emulator for
 # another machine's build); ZELCLI_TEST_MEMORY_LIMIT=ON adds the exception,
@@ -53,16 +53,13 @@ def key(session, byte):
     return lambda: os.write(session.master, byte)
 
 
-def jobs():
+def after_fg():
     failures = []
-    # Interactive, bash keeps the terminal's modes of its own for a job that
-    # it continues, as a user's bash does.
+    # Interactive, bash puts its own modes back when the job stops, and
+    # continues the job with them, as a user's bash does.
     session = start("--norc", "-i")
     session.type(b"set baudrate 9600")
-    ctrl_z = key(session, b"\x1a")
-    stopped = until(session, b"status 148\r\n", ctrl_z)
-    if b"modes put back" not in stopped:
-        failures.append(f"Ctrl+Z: {stopped}")
+    until(session, b"status 148\r\n", key(session, b"\x1a"))
     # After fg the line is still "set baudrate 9600", and each key acts on
     # it, with no echo from the terminal; so too after a stop that the shell
     # cannot see coming.
@@ -100,11 +97,17 @@ def exhaust_memory(session):
     return b""
 
 
-def endings():
+def modes_put_back():
+    def ctrl_z(session):
+        stopped = until(session, b"status 148\r\n", key(session, b"\x1a"))
+        session.type(b"exit\r")
+        return stopped
+
     def sigpipe(session):
         return until(session, b"status",
                      lambda: os.kill(leaf(session.pid), signal.SIGPIPE))
-    ways = [("Ctrl+\\", lambda s: until(s, b"status", key(s, b"\x1c")),
+    ways = [("Ctrl+Z", ctrl_z, b"modes put back\r\nstatus 148\r\n"),
+            ("Ctrl+\\", lambda s: until(s, b"status", key(s, b"\x1c")),
              b"modes put back\r\nstatus 131\r\n"),
             ("SIGPIPE", sigpipe, b"modes put back\r\nstatus 141\r\n")]
     if os.environ.get("ZELCLI_TEST_MEMORY_LIMIT") == "ON":
@@ -112,7 +115,8 @@ def endings():
                      b"device_shell: std::bad_alloc\r\n"
                      b"modes put back\r\nstatus 1\r\n"))
     failures = []
-    # Not interactive, bash leaves the modes as the job left them.
+    # Not interactive, bash leaves the modes as the job left them when it
+    # stops or ends.
     for ending, end, expected in ways:
         session = start()
         written = end(session)
@@ -128,4 +132,5 @@ if __name__ == "__main__":
     # action, which Python ignores, and with no core file from Ctrl+\.
     signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-    sys.exit(report({"jobs": jobs, "endings": endings}[sys.argv[1]]))
+    tests = {"after_fg": after_fg, "modes_put_back": modes_put_back}
+    sys.exit(report(tests[sys.argv[1]]))
