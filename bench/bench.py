@@ -31,7 +31,7 @@ import tempfile
 import keyscripts
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(
-    os.path.abspath(__file__))), "scripts"))
+    os.path.abspath(__file__))), "tests", "support"))
 import driver  # noqa: E402
 
 # Rounds of the timed runs (see timed_rounds). A round's ratio of zelcli's

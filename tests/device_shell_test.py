@@ -14,8 +14,8 @@ import resource
 import signal
 import sys
 
-from session_test import report
 from driver import Session, leaf
+from transcript import report
 
 SHELL = os.environ["ZELCLI_TEST_SHELL"].split()
 PROMPT = b"board> "

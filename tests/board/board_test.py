@@ -1,17 +1,17 @@
 # The device shell on the serial console of an emulated 32-bit ARM board
 # (board.py), started by BusyBox init as users start it.
 #
-#   board_test.py NATIVE_SHELL ARM_BUILD ARM_STATIC_BUILD HANGUP DEB_CACHE WORK
+#   board_test.py SHELL LIBRARY TESTS STATIC_SHELL HANGUP DEB_CACHE WORK
 #
-# NATIVE_SHELL is the device shell built for this machine; ARM_BUILD holds the
-# shared library, the shared device shell and the in-process tests,
-# ARM_STATIC_BUILD the device shell linked statically; HANGUP is hangup.c built
-# for the board.
+# The board's programs, all built for 32-bit ARM: the device shell, the
+# shared library it loads, the in-process tests, the device shell linked
+# statically, and hangup.cc.
 #
 # Keys are typed one at a time, each once the bytes of the one before have
 # come back, as a quick typist would. The bytes expected are those the same
-# keys get from the device shell on this machine, driven on a pseudo-terminal,
-# with the serial line's ONLCR applied (each LF goes out as CR LF).
+# keys get from the shared device shell driven on a pseudo-terminal here,
+# under user-mode emulation (ZELCLI_TEST_SHELL is its command line), with the
+# serial line's ONLCR applied (each LF goes out as CR LF).
 
 import os
 import re
@@ -21,10 +21,10 @@ import time
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(
     __file__))))
-sys.path[:0] = [f"{SOURCE}/tests", f"{SOURCE}/scripts"]
+sys.path[:0] = [f"{SOURCE}/tests/support", f"{SOURCE}/scripts"]
 from board import INITTAB, Board, Silent, make_image  # noqa: E402
 from driver import Session  # noqa: E402
-from session_test import check, check_bytes, notation, token_bytes, words  # noqa: E402
+from transcript import check, check_bytes, notation, token_bytes, words  # noqa: E402
 
 SESSION = ('"help" Enter "set mode fast" Left Left Left Backspace "F" Home End '
            'Enter "get mode" Enter Up Up Down Enter "s" Tab Down PgDn Up Enter '
@@ -41,10 +41,10 @@ def keys(script):
         if token.startswith('"') else [token_bytes(token, {})])]
 
 
-def native(shell, script):
-    # What the device shell on this machine writes at the start and for each
-    # key, as the serial line sends it.
-    session = Session([shell])
+def reference(script):
+    # What the device shell on a pseudo-terminal here writes at the start and
+    # for each key, as the serial line sends it.
+    session = Session(os.environ["ZELCLI_TEST_SHELL"].split())
     written = [session.startup_output] + [session.type(k) for k in keys(script)]
     if session.exit_status() is None:
         session.type(b"exit\r")
@@ -140,18 +140,18 @@ class Check:
                                       self.board.run("stty -F /dev/ttyAMA0 -g")])
 
 
-def main(native_shell, arm, arm_static, hangup, cache, work):
+def main(shell, library, tests, static_shell, hangup, cache, work):
     started = time.monotonic()
     image = make_image(cache, work, {
-        "/usr/bin/device_shell": f"{arm}/examples/device_shell",
-        "/usr/bin/device_shell.static": f"{arm_static}/examples/device_shell",
-        "/usr/lib/libzelcli.so.0": f"{arm}/libzelcli.so.0",
+        "/usr/bin/device_shell": shell,
+        "/usr/bin/device_shell.static": static_shell,
+        "/usr/lib/libzelcli.so.0": library,
         "/usr/bin/hangup": hangup,
-        "/usr/lib/zelcli/ptest/zelcli_tests": f"{arm}/tests/zelcli_tests",
+        "/usr/lib/zelcli/ptest/zelcli_tests": tests,
         "/usr/lib/zelcli/ptest/run-ptest":
             f"{SOURCE}/meta-zelcli/recipes-support/zelcli/zelcli/run-ptest"},
         "ttyAMA0::respawn:/usr/bin/device_shell\n")
-    session = native(native_shell, SESSION)
+    session = reference(SESSION)
     board = Board(*image)
     checks = Check(board, session[0])
     try:
@@ -164,14 +164,14 @@ def main(native_shell, arm, arm_static, hangup, cache, work):
             checks.play(f"session ({build})", SESSION,
                        session[1:-1] + [session[-1] + session[0]])
         doubled, _ = checks.play("keys at the prompt", PROMPT_KEYS,
-                                native(native_shell, PROMPT_KEYS)[1:])
+                                reference(PROMPT_KEYS)[1:])
         print(f"keys typed at the prompt: {doubled} of 10 echoed twice")
         _, stray = checks.play("arrow keys whose bytes come apart", ARROW_KEYS,
-                              native(native_shell, ARROW_KEYS)[1:], ARROW_GAP)
+                              reference(ARROW_KEYS)[1:], ARROW_GAP)
         print(f"arrow keys with their bytes 400 us apart: {stray} stray bytes "
               "in 40")
         checks.endings()
-        help_bytes = native(native_shell, '"help" Enter')[1:]
+        help_bytes = reference('"help" Enter')[1:]
         guide = open(f"{SOURCE}/docs/guide.md").read()
         # Every inittab entry the guide gives, in its examples and its text.
         for line in re.findall(r"^\w*::respawn:.*$|(?<=`)\S*::respawn:[^`]*",

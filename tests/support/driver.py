@@ -1,6 +1,7 @@
 # Drives a host program on a pseudo-terminal of 80x24: types keys into it and
-# returns exactly the bytes it writes back. The tests (tests/session_test.py,
-# tests/board/board_test.py) and the benchmark drive their hosts with it.
+# returns exactly the bytes it writes back. The tests (session_test.py,
+# device_shell_test.py, board/board_test.py) and the benchmark drive their
+# hosts with it.
 #
 # A key is sent only while the host waits for one, and type() returns once the
 # host has read every byte sent, has slept since, and waits in poll(), read()
@@ -23,19 +24,25 @@ import platform
 import signal
 import socket
 import struct
+import sys
 import termios
 import time
 
 # The numbers of the calls in which a host waits for a key, in this machine's
 # kernel, which /proc shows for emulated hosts too: poll() and ppoll(), as
 # zelcli waits, and read(), select() and pselect6(), as readline and libedit
-# do (and their time64 forms on 32-bit machines). None on a machine not
-# listed, where no host can be driven.
+# do (and their time64 forms on 32-bit machines). Without them no host can be
+# driven, so a machine not listed ends whatever imports this module.
 ARM_CALLS = {3, 142, 168, 335, 336, 413, 414}
 WAITING_CALLS = {"x86_64": {0, 7, 23, 270, 271}, "aarch64": {63, 72, 73},
                  "armv7l": ARM_CALLS, "armv8l": ARM_CALLS,
                  "i686": {3, 142, 168, 308, 309, 413, 414}
                  }.get(platform.machine())
+if WAITING_CALLS is None:
+    sys.exit(f"driver.py: no host can be driven on {platform.machine()}: add "
+             f"{platform.machine()!r} to WAITING_CALLS with the numbers of "
+             "read, poll, ppoll, select and pselect6 (and their time64 forms) "
+             "in its kernel's system call table")
 PATIENCE = 60  # seconds; generous for loaded machines and emulators
 COLUMNS, ROWS = 80, 24
 

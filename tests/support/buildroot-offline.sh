@@ -9,6 +9,7 @@
 #   buildroot-offline.sh WORK_DIR
 set -euo pipefail
 work=$1 toolchain=$1/toolchain standins=$1/standins
+. "$(dirname "$0")/../../scripts/debian.conf"
 
 # Buildroot refuses a compiler configured for the machine's own root, so the
 # toolchain is a copy of the cross compiler's target root as sysroot, and
@@ -36,8 +37,7 @@ fi
 # The stand-ins, fetched with an apt state of their own.
 if [ ! -e "$standins/tar" ]; then
   mkdir -p "$standins/apt/lists/partial" "$standins/apt/cache/archives/partial" "$standins/apt/src"
-  sed 's/^Types: deb$/Types: deb-src/' /etc/apt/sources.list.d/debian.sources \
-    >"$standins/apt/src/debian.sources"
+  sed 's/^Types: deb$/Types: deb-src/' "$DEBIAN_APT_SOURCES" >"$standins/apt/src/debian.sources"
   apt=(apt-get -q -o Dir::Etc::SourceList=/dev/null -o Dir::Etc::SourceParts="$standins/apt/src"
     -o Dir::State::Lists="$standins/apt/lists" -o Dir::Cache="$standins/apt/cache"
     -o Debug::NoLocking=1)
@@ -58,7 +58,8 @@ printf '%s\n' BR2_arm=y BR2_cortex_a9=y BR2_ARM_EABIHF=y BR2_ARM_ENABLE_VFP=y \
   BR2_ARM_FPU_VFPV3D16=y BR2_PACKAGE_OVERRIDE_FILE=\""$work/local.mk"\" \
   BR2_TOOLCHAIN_EXTERNAL=y BR2_TOOLCHAIN_EXTERNAL_CUSTOM=y BR2_TOOLCHAIN_EXTERNAL_PREINSTALLED=y \
   BR2_TOOLCHAIN_EXTERNAL_PATH=\""$toolchain"\" \
-  BR2_TOOLCHAIN_EXTERNAL_CUSTOM_PREFIX=\"arm-linux-gnueabihf\" BR2_TOOLCHAIN_EXTERNAL_GCC_12=y \
-  BR2_TOOLCHAIN_EXTERNAL_HEADERS_6_1=y BR2_TOOLCHAIN_EXTERNAL_CUSTOM_GLIBC=y \
+  BR2_TOOLCHAIN_EXTERNAL_CUSTOM_PREFIX=\"arm-linux-gnueabihf\" \
+  "BR2_TOOLCHAIN_EXTERNAL_GCC_$DEBIAN_GCC=y" "BR2_TOOLCHAIN_EXTERNAL_HEADERS_$DEBIAN_KERNEL_HEADERS=y" \
+  BR2_TOOLCHAIN_EXTERNAL_CUSTOM_GLIBC=y \
   BR2_TOOLCHAIN_EXTERNAL_CXX=y BR2_TOOLCHAIN_EXTERNAL_OPENMP=y \
   BR2_TOOLCHAIN_EXTERNAL_INET_RPC=n >"$work/toolchain.defconfig"
