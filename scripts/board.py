@@ -24,8 +24,11 @@ import subprocess
 import sys
 import time
 
-PACKAGES = ["linux-image-armmp", "busybox-static", "libc6", "libstdc++6",
-            "libgcc-s1"]
+# The armhf packages of the board, from the Debian release's list.
+PACKAGES = subprocess.run(
+    ["bash", "-c", '. "$0" && echo "$BOARD_DEBS"',
+     os.path.join(os.path.dirname(os.path.abspath(__file__)), "debian.conf")],
+    check=True, capture_output=True, text=True).stdout.split()
 MODULES = ["virtio_mmio", "virtio_console"]  # the control console's driver
 PR_SET_PDEATHSIG = 1
 

@@ -1,15 +1,26 @@
 #!/usr/bin/env bash
-# Makes sure the Debian packages named as arguments are installed: as root it
-# installs the missing ones, otherwise it prints the apt-get line and fails.
-# A name with an architecture (libfoo-dev:armhf) enables that architecture
-# for multiarch first.
+# Makes sure the Debian packages of each PURPOSE (demo, check, ...: the lists
+# of debian.conf) are installed: as root it installs the missing ones,
+# otherwise it prints the apt-get line and fails. A name with an architecture
+# (libfoo-dev:armhf) enables that architecture for multiarch first.
+#
+#   ensure-packages.sh PURPOSE...
 set -euo pipefail
+. "$(dirname "$0")/debian.conf"
+wanted=()
+for purpose in "$@"; do
+  list=PACKAGES_${purpose//-/_}
+  list=${list^^}
+  [ -n "${!list:-}" ] || { echo "ensure-packages: no list $list in debian.conf" >&2; exit 1; }
+  read -ra packages <<<"${!list}"
+  wanted+=("${packages[@]}")
+done
 if ! command -v dpkg-query >/dev/null; then
-  echo "ensure-packages: not a Debian system; make sure these are present: $*" >&2
+  echo "ensure-packages: not a Debian system; make sure these are present: ${wanted[*]}" >&2
   exit 0
 fi
 missing=()
-for package in "$@"; do
+for package in "${wanted[@]}"; do
   # A multiarch package installed for several architectures has a status
   # line for each; any one installed will do. Captured, not piped into
   # grep -q, which under pipefail can fail the producer with SIGPIPE.

@@ -1,20 +1,26 @@
 #!/usr/bin/env bash
 # Builds the zelcli package with real Buildroot for 32-bit ARM, as products
 # take it: with BR2_EXTERNAL pointing at this checkout's buildroot/ tree
-# (shared, then static), and as a package of Buildroot's own tree that
-# downloads make dist's release from a primary site, its hash checked. It
+# (shared libraries only, then both static and shared), and as a package of
+# Buildroot's own tree that downloads make dist's release from a primary
+# site, its hash checked. It
 # checks what each build staged and put in the target tree. Runs offline and
 # as any user: Debian's cross compiler is wrapped as a custom external
 # toolchain, and Debian's sources of pkgconf and tar are offline stand-ins
 # for the host tools Buildroot downloads. A user with internet needs neither.
 #
-#   buildroot_test.sh BUILDROOT_TARBALL SOURCE_DIR DIST_DIR WORK_DIR
+# The release is debian.conf's BUILDROOT_RELEASE, whose tarball is in
+# BUILDROOT_DIR.
+#
+#   buildroot_test.sh BUILDROOT_DIR SOURCE_DIR DIST_DIR WORK_DIR
 set -euo pipefail
-tarball=$(realpath "$1") source=$(cd "$2" && pwd) dist=$(cd "$3" && pwd)
+source=$(cd "$2" && pwd) dist=$(cd "$3" && pwd)
+. "$source/tests/support/lib.sh"
+. "$source/scripts/debian.conf"
+tarball=$(realpath "$1/buildroot-$BUILDROOT_RELEASE.tar.xz")
 mkdir -p "$4"
 work=$(cd "$4" && pwd)
 buildroot=$work/buildroot
-fail() { echo "FAILED: $*" >&2; exit 1; }
 log() { "$@" >"$work/step.log" 2>&1 || { tail -40 "$work/step.log"; fail "$*"; }; }
 
 [ -e "$buildroot/Makefile" ] || { mkdir -p "$buildroot" &&
@@ -28,7 +34,7 @@ echo "ok: check-package"
 
 # What Buildroot downloads or refuses, offline here: a toolchain and the
 # host tools' sources, named in $work/toolchain.defconfig.
-log "$source/scripts/buildroot-offline.sh" "$work"
+log "$support/buildroot-offline.sh" "$work"
 
 # Host-tar's configure refuses to run as root unless told.
 [ "$(id -u)" -ne 0 ] || export FORCE_UNSAFE_CONFIGURE=1
@@ -46,14 +52,13 @@ build_zelcli() {
     "$target"/usr/lib/libzelcli.* "$target"/usr/bin/{minimal,device}_shell
   log make -C "$output" zelcli "$@"
 }
-# What a build of the package (shared or static) staged and installed.
+# What a build of the package staged and installed.
 check_build() {
   local libraries=$1 library=libzelcli.so.0
-  [ $libraries = shared ] || library=libzelcli.a
   (cd "$staging/usr" && ls include/zel/cli/cmd_line_interface.h include/zel/cli/console.h \
     lib/pkgconfig/zelcli.pc lib/cmake/zelcli/zelcliConfig.cmake "lib/$library" >/dev/null) ||
     fail "staging lacks a file ($libraries)"
-  [ $libraries = static ] || test -e "$target/usr/lib/$library" || fail "target has no $library"
+  test -e "$target/usr/lib/$library" || fail "target has no $library ($libraries)"
   said=$(qemu-arm -L "$target" "$target/usr/bin/minimal_shell" <"$work/keys")
   [[ $said == *"hello, buildroot"* ]] || fail "minimal_shell ($libraries) printed: $said"
   echo "ok: $libraries: usr/lib/$library, headers, zelcli.pc and the CMake package in" \
@@ -62,7 +67,7 @@ check_build() {
 
 # The product's checkout: a copy of this one's files without its build trees,
 # since legal-info archives a local package's whole folder.
-"$source/tests/copy_checkout.sh" "$source" "$work/checkout"
+"$support/copy_checkout.sh" "$source" "$work/checkout"
 log make -C "$buildroot" O="$output" BR2_EXTERNAL="$work/checkout/buildroot" \
   BR2_DEFCONFIG="$work/defconfig" defconfig
 grep -qx BR2_PACKAGE_ZELCLI=y "$output/.config" || fail "zelcli cannot be selected"
@@ -71,17 +76,19 @@ cmake=$(sed -n 's/^cmake_minimum_required(VERSION \([0-9]*\)\.\([0-9]*\))$/\1_\2
 grep -qx "BR2_HOST_CMAKE_AT_LEAST_$cmake=y" "$output/.config" ||
   fail "the package does not ask Buildroot for the CMake ${cmake/_/.} that CMakeLists.txt needs"
 build_zelcli
-check_build shared
+check_build "shared only"
 log make -C "$output" zelcli-legal-info
 echo "ok: the checkout's LICENSE matches zelcli.hash"
 
-# Buildroot offers static-only builds with uClibc-ng or musl alone, which are
-# not to be had offline here, so the static build sets BR2_STATIC_LIBS on
-# make's command line over the glibc toolchain: the package infrastructure
-# then configures zelcli as it would for such a toolchain, and the examples
-# take the static library in (the C library stays shared).
-build_zelcli BR2_STATIC_LIBS=y
-check_build static
+# "Both static and shared", the other choice a glibc toolchain offers: CMake
+# packages get BUILD_SHARED_LIBS=ON there, and zelcli, which makes one library
+# per build, installs the shared one. Static only (BR2_STATIC_LIBS) needs a
+# uClibc-ng or musl toolchain, which cannot be had offline here.
+{ cat "$work/defconfig"; echo BR2_SHARED_STATIC_LIBS=y; } >"$work/both.defconfig"
+log make -C "$output" BR2_DEFCONFIG="$work/both.defconfig" defconfig
+grep -qx BR2_SHARED_STATIC_LIBS=y "$output/.config" || fail "BR2_SHARED_STATIC_LIBS not taken"
+build_zelcli
+check_build "both static and shared"
 
 # A package of Buildroot's own tree: the release's archive comes from its
 # site, here a local primary site and nothing else, and is hash-checked
@@ -104,5 +111,5 @@ grep -q "^zelcli-$version.tar.gz: OK (sha256: " "$work/step.log" ||
   fail "the release's archive was not hash-checked"
 cmp -s "$work/dl/zelcli/zelcli-$version.tar.gz" "$dist/zelcli-$version.tar.gz" ||
   fail "the downloaded archive is not make dist's"
-check_build shared
+check_build "the release"
 echo "ok: the release zelcli-$version.tar.gz downloaded and its hash checked"

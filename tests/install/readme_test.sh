@@ -2,35 +2,32 @@
 # Follows the README's quick start as written, as a new user whose home is a
 # temporary folder: its install lines from the top of a copy of the
 # checkout, then hello.cc built with its lines and run, typing a command and
-# exit; then hello.cc built and run the README's CMake way. Run by root, it runs as nobody, who can write nothing outside that
-# home, so a line that needs root fails here too.
+# exit; then hello.cc built and run the README's CMake way. Run by root, it
+# runs as nobody, who can write nothing outside that home, so a line that
+# needs root fails here too.
 #
 #   readme_test.sh SOURCE_DIR
 set -euo pipefail
 source=$(cd "$1" && pwd)
+. "$source/tests/support/lib.sh"
 home=$(mktemp -d)
 trap 'rm -rf "$home"' EXIT
-fail() { echo "FAILED: $*" >&2; exit 1; }
 
-"$source/tests/copy_checkout.sh" "$source" "$home/zelcli"
+"$support/copy_checkout.sh" "$source" "$home/zelcli"
 # The quick start's code blocks, in order: install.sh, hello.cc, run.sh; then
 # the CMake way's, in a folder of its own: CMakeLists.txt and run.sh.
+blocks=$(code_blocks '^(sh|cpp)$' "$home/block-" "$source/README.md" '## Quick start')
+[ "$blocks" = "$(printf '%s\n' "$home"/block-{01.sh,02.cpp,03.sh})" ] ||
+  fail "the quick start's code blocks are not sh, cpp, sh: $blocks"
+mv "$home/block-01.sh" "$home/zelcli/install.sh"
+mv "$home/block-02.cpp" "$home/zelcli/hello.cc"
+mv "$home/block-03.sh" "$home/zelcli/run.sh"
 mkdir "$home/hello"
-awk -v quick_dir="$home/zelcli" -v cmake_dir="$home/hello" '
-  /^## / { quick = ($0 == "## Quick start") }
-  /^\*\*/ { cmake = ($0 ~ /^\*\*CMake\*\*/) }
-  quick && /^```(sh|cpp)$/ {
-    file = quick_dir "/" ($0 == "```cpp" ? "hello.cc" : ++scripts == 1 ? "install.sh" : "run.sh")
-    next
-  }
-  cmake && /^```(sh|cmake)$/ {
-    file = cmake_dir "/" ($0 == "```cmake" ? "CMakeLists.txt" : "run.sh")
-    next
-  }
-  /^```$/ { file = "" }
-  file { print >file }' "$source/README.md"
-[ -s "$home/hello/CMakeLists.txt" ] && [ -s "$home/hello/run.sh" ] ||
-  fail "the README's CMake way has no cmake or sh block"
+blocks=$(code_blocks '^(sh|cmake)$' "$home/hello/block-" "$source/README.md" '**CMake**')
+[ "$blocks" = "$(printf '%s\n' "$home"/hello/block-{01.cmake,02.sh})" ] ||
+  fail "the README's CMake way's code blocks are not cmake, sh: $blocks"
+mv "$home/hello/block-01.cmake" "$home/hello/CMakeLists.txt"
+mv "$home/hello/block-02.sh" "$home/hello/run.sh"
 cp "$home/zelcli/hello.cc" "$home/hello/"
 
 as_user=()

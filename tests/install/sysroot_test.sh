@@ -14,7 +14,8 @@ source=$(cd "$1" && pwd)
 cache=$2
 . "$source/tests/install/consumer.sh"
 
-packages=(libc6 libc6-dev linux-libc-dev libstdc++-12-dev libgcc-12-dev libstdc++6 libgcc-s1)
+. "$source/scripts/debian.conf"
+read -ra packages <<<"$SYSROOT_DEBS"
 mkdir -p "$cache"
 (cd "$cache" && for package in "${packages[@]}"; do
   compgen -G "${package}_*_armhf.deb" >/dev/null || apt-get download -q "$package:armhf"
@@ -41,14 +42,15 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(ENV{PKG_CONFIG_SYSROOT_DIR} "\${CMAKE_SYSROOT}")
 set(CMAKE_CXX_COMPILER "$work/bin/arm-linux-gnueabihf-c++")
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L "$sysroot")
 TOOLCHAIN
 
 { cmake -S "$source" -B "$work/build" -DCMAKE_TOOLCHAIN_FILE="$work/toolchainfile.cmake" \
   -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_BUILD_TYPE=Release &&
-  cmake --build "$work/build" -j2 && DESTDIR=$sysroot cmake --install "$work/build"; } \
+  cmake --build "$work/build" && DESTDIR=$sysroot cmake --install "$work/build"; } \
   >"$work/build.log" 2>&1 || { cat "$work/build.log"; fail "cross build and staging"; }
 
 PKG_CONFIG_LIBDIR=$(dirname "$(find "$sysroot/usr/lib" -name zelcli.pc)")
 export PKG_CONFIG_LIBDIR PKG_CONFIG_SYSROOT_DIR=$sysroot
 build_consumers staged "$work/bin/arm-linux-gnueabihf-c++" \
-  "-DCMAKE_TOOLCHAIN_FILE=$work/toolchainfile.cmake" qemu-arm -L "$sysroot"
+  "-DCMAKE_TOOLCHAIN_FILE=$work/toolchainfile.cmake"

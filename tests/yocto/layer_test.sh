@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Adds the meta-zelcli layer to a Yocto build of each release series whose
-# bitbake, OE-Core and meta-oe archives are in YOCTO_DIR, offline, and checks
+# Adds the meta-zelcli layer to a Yocto build of each release series of
+# debian.conf's YOCTO_SERIES, whose bitbake, OE-Core and meta-oe archives are
+# in YOCTO_DIR, offline, and checks
 # what a product's build meets: the layer list, a parse of the whole build
 # with neither error nor warning, the recipe's final variables with ptest on
 # and off and with a release pinned as the layer's README says, and a dry run
@@ -14,13 +15,14 @@ set -euo pipefail
 yocto=$(cd "$1" && pwd) source=$(cd "$2" && pwd)
 mkdir -p "$3"
 work=$(cd "$3" && pwd)
-fail() { echo "FAILED: $*" >&2; exit 1; }
+. "$source/tests/support/lib.sh"
+. "$source/scripts/debian.conf"
 
 # The layer is tried in a copy of the checkout, since externalsrc records a
 # hash of the tree in its .git. bitbake refuses to run as root, so as root it
 # runs as an ordinary user of a user namespace of its own, to whom the files
 # of root look like their own.
-"$source/tests/copy_checkout.sh" "$source" "$work/src"
+"$support/copy_checkout.sh" "$source" "$work/src"
 as_user=()
 [ "$(id -u)" -ne 0 ] || as_user=(unshare --map-user=1000 --map-group=1000)
 recipe=$(echo "$work"/src/meta-zelcli/recipes-support/zelcli/zelcli_*.bb)
@@ -43,9 +45,9 @@ has_words() { # VAR WORD...
   for word; do [[ " $(value "$var") " == *" $word "* ]] || fail "$series: $var lacks $word"; done
 }
 
-for series_bitbake in scarthgap:bitbake-2.8 wrynose:bitbake-2.18; do
+for series_bitbake in $YOCTO_SERIES; do
   series=${series_bitbake%:*} dir=$work/${series_bitbake%:*} started=$SECONDS
-  "$source/scripts/yocto-offline.sh" "$yocto" $series ${series_bitbake#*:} "$dir" \
+  "$support/yocto-offline.sh" "$yocto" $series ${series_bitbake#*:} "$dir" \
     "$work/src/meta-zelcli"
   echo 'DISTRO_FEATURES:remove = "ptest"' >"$dir/build/conf/ptest-off.conf"
 
@@ -75,8 +77,9 @@ for series_bitbake in scarthgap:bitbake-2.8 wrynose:bitbake-2.18; do
 
   # The README's lines that pin a release, with this checkout's commit.
   commit=$(git -C "$source" rev-parse HEAD)
-  sed -n '/^```conf pinned-release$/,/^```$/p' "$work/src/meta-zelcli/README.md" |
-    sed "1d;\$d;s/<the release's commit>/$commit/" >"$dir/build/conf/pinned.conf"
+  [ "$(code_blocks '^conf pinned-release$' "$dir/pinned-" "$work/src/meta-zelcli/README.md")" = \
+    "$dir/pinned-01.conf" ] || fail "the layer's README has no one conf pinned-release block"
+  sed "s/<the release's commit>/$commit/" "$dir/pinned-01.conf" >"$dir/build/conf/pinned.conf"
   output=$(bitbake_in $series bitbake -R conf/pinned.conf -e -b "$recipe") ||
     fail "$series: bitbake -e with a pinned release: $output"
   expect EXTERNALSRC ""
