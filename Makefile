@@ -56,10 +56,11 @@ bench: packages
 format:
 	cmake --preset native >/dev/null && cmake --build --preset native --target format
 
+# YOCTO and BUILDROOT name the folders of the releases' archives.
 check-yocto:
 	@scripts/ensure-packages.sh yocto
-	tests/yocto/layer_test.sh $(YOCTO) . build/yocto
+	YOCTO=$(YOCTO) cmake --workflow --preset yocto
 
-check-buildroot: dist
+check-buildroot:
 	@scripts/ensure-packages.sh buildroot
-	tests/buildroot/buildroot_test.sh $(BUILDROOT) . build/release/dist build/buildroot
+	BUILDROOT=$(BUILDROOT) cmake --workflow --preset buildroot

@@ -17,7 +17,9 @@ set -euo pipefail
 source=$(cd "$2" && pwd) dist=$(cd "$3" && pwd)
 . "$source/tests/support/lib.sh"
 . "$source/scripts/debian.conf"
-tarball=$(realpath "$1/buildroot-$BUILDROOT_RELEASE.tar.xz")
+tarball=$1/buildroot-$BUILDROOT_RELEASE.tar.xz
+[ -f "$tarball" ] || fail "no $tarball: BUILDROOT names the folder of Buildroot's release archive"
+tarball=$(realpath "$tarball")
 mkdir -p "$4"
 work=$(cd "$4" && pwd)
 buildroot=$work/buildroot

@@ -12,10 +12,12 @@
 #
 #   layer_test.sh YOCTO_DIR SOURCE_DIR WORK_DIR
 set -euo pipefail
-yocto=$(cd "$1" && pwd) source=$(cd "$2" && pwd)
+source=$(cd "$2" && pwd)
+. "$source/tests/support/lib.sh"
+[ -d "$1" ] || fail "no folder '$1': YOCTO names the folder of the Yocto archives"
+yocto=$(cd "$1" && pwd)
 mkdir -p "$3"
 work=$(cd "$3" && pwd)
-. "$source/tests/support/lib.sh"
 . "$source/scripts/debian.conf"
 
 # The layer is tried in a copy of the checkout, since externalsrc records a
