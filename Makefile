@@ -59,8 +59,8 @@ format:
 # YOCTO and BUILDROOT name the folders of the releases' archives.
 check-yocto:
 	@scripts/ensure-packages.sh yocto
-	YOCTO=$(YOCTO) cmake --workflow --preset yocto
+	YOCTO=$(abspath $(YOCTO)) cmake --workflow --preset yocto
 
 check-buildroot:
 	@scripts/ensure-packages.sh buildroot
-	BUILDROOT=$(BUILDROOT) cmake --workflow --preset buildroot
+	BUILDROOT=$(abspath $(BUILDROOT)) cmake --workflow --preset buildroot

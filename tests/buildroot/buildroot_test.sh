@@ -18,7 +18,8 @@ source=$(cd "$2" && pwd) dist=$(cd "$3" && pwd)
 . "$source/tests/support/lib.sh"
 . "$source/scripts/debian.conf"
 tarball=$1/buildroot-$BUILDROOT_RELEASE.tar.xz
-[ -f "$tarball" ] || fail "no $tarball: BUILDROOT names the folder of Buildroot's release archive"
+[ -f "$tarball" ] ||
+  fail "no $tarball: BUILDROOT names the folder of Buildroot's release archive, absolute"
 tarball=$(realpath "$tarball")
 mkdir -p "$4"
 work=$(cd "$4" && pwd)

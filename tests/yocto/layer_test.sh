@@ -14,7 +14,7 @@
 set -euo pipefail
 source=$(cd "$2" && pwd)
 . "$source/tests/support/lib.sh"
-[ -d "$1" ] || fail "no folder '$1': YOCTO names the folder of the Yocto archives"
+[ -d "$1" ] || fail "no folder '$1': YOCTO names the folder of the Yocto archives, absolute"
 yocto=$(cd "$1" && pwd)
 mkdir -p "$3"
 work=$(cd "$3" && pwd)
