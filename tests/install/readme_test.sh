@@ -14,20 +14,19 @@ home=$(mktemp -d)
 trap 'rm -rf "$home"' EXIT
 
 "$support/copy_checkout.sh" "$source" "$home/zelcli"
-# The quick start's code blocks, in order: install.sh, hello.cc, run.sh; then
-# the CMake way's, in a folder of its own: CMakeLists.txt and run.sh.
-blocks=$(code_blocks '^(sh|cpp)$' "$home/block-" "$source/README.md" '## Quick start')
-[ "$blocks" = "$(printf '%s\n' "$home"/block-{01.sh,02.cpp,03.sh})" ] ||
-  fail "the quick start's code blocks are not sh, cpp, sh: $blocks"
-mv "$home/block-01.sh" "$home/zelcli/install.sh"
-mv "$home/block-02.cpp" "$home/zelcli/hello.cc"
-mv "$home/block-03.sh" "$home/zelcli/run.sh"
+# take_blocks PART LANGUAGES DIR NAME...: the code blocks of the README's PART,
+# which must be in LANGUAGES one after the other, as DIR/NAME each.
+take_blocks() {
+  local part=$1 languages=$2 dir=$3 block found=()
+  shift 3
+  mapfile -t blocks < <(code_blocks . "$home/block-" "$source/README.md" "$part")
+  for block in "${blocks[@]}"; do found+=("${block##*.}"); done
+  [ "${found[*]}" = "$languages" ] || fail "$part: code blocks in ${found[*]}, not $languages"
+  for block in "${blocks[@]}"; do mv "$block" "$dir/$1" && shift; done
+}
+take_blocks '## Quick start' 'sh cpp sh' "$home/zelcli" install.sh hello.cc run.sh
 mkdir "$home/hello"
-blocks=$(code_blocks '^(sh|cmake)$' "$home/hello/block-" "$source/README.md" '**CMake**')
-[ "$blocks" = "$(printf '%s\n' "$home"/hello/block-{01.cmake,02.sh})" ] ||
-  fail "the README's CMake way's code blocks are not cmake, sh: $blocks"
-mv "$home/hello/block-01.cmake" "$home/hello/CMakeLists.txt"
-mv "$home/hello/block-02.sh" "$home/hello/run.sh"
+take_blocks '**CMake**' 'cmake sh' "$home/hello" CMakeLists.txt run.sh
 cp "$home/zelcli/hello.cc" "$home/hello/"
 
 as_user=()
