@@ -24,7 +24,8 @@ SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(
 sys.path[:0] = [f"{SOURCE}/tests/support", f"{SOURCE}/scripts"]
 from board import INITTAB, Board, Silent, make_image  # noqa: E402
 from driver import Session  # noqa: E402
-from transcript import check, check_bytes, notation, token_bytes, words  # noqa: E402
+from transcript import (  # noqa: E402
+    check, check_bytes, notation, token_bytes, words)
 
 SESSION = ('"help" Enter "set mode fast" Left Left Left Backspace "F" Home End '
            'Enter "get mode" Enter Up Up Down Enter "s" Tab Down PgDn Up Enter '

@@ -53,7 +53,7 @@ build_zelcli() {
   rm -rf "$staging"/usr/include/zel "$staging"/usr/lib/libzelcli.* \
     "$staging"/usr/lib/pkgconfig/zelcli.pc "$staging"/usr/lib/cmake/zelcli \
     "$target"/usr/lib/libzelcli.* "$target"/usr/bin/{minimal,device}_shell
-  log make -C "$output" zelcli "$@"
+  log make -C "$output" zelcli
 }
 # What a build of the package staged and installed.
 check_build() {
