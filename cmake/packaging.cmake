@@ -7,15 +7,21 @@
 
 # The changelog's newest entry gives the package version, whose upstream part
 # is the project's (release_files.cmake checks it).
-file(STRINGS packaging/changelog ZELCLI_DEB_NEWEST LIMIT_COUNT 1)
-string(REGEX MATCH "^zelcli \\(${PROJECT_VERSION}-([0-9]+)\\)" ZELCLI_DEB_NEWEST
-       "${ZELCLI_DEB_NEWEST}")
+file(STRINGS packaging/changelog newest LIMIT_COUNT 1)
+string(REGEX MATCH "-([0-9]+)\\)" revision "${newest}")
 set(ZELCLI_DEB_REVISION ${CMAKE_MATCH_1})
 set(ZELCLI_DEB_VERSION ${PROJECT_VERSION}-${ZELCLI_DEB_REVISION})
 set(ZELCLI_RUNTIME_PACKAGE libzelcli${PROJECT_VERSION_MAJOR})
 
 # Only a Debian machine can make the packages: elsewhere configure says so and
-# the rest of the build goes on without them.
+# the rest of the build goes on without them, unless the packages are what
+# the build is for (the presets deb and deb-arm).
+option(ZELCLI_DEB_REQUIRED "Fail at configure time if the Debian packages cannot be made" OFF)
+if(ZELCLI_DEB_REQUIRED)
+  set(unavailable FATAL_ERROR)
+else()
+  set(unavailable STATUS)
+endif()
 if(CMAKE_CROSSCOMPILING)
   find_program(ZELCLI_DPKG_TOOL dpkg-architecture)
   set(ZELCLI_DPKG_ARGUMENTS -qDEB_HOST_ARCH -t "${CMAKE_LIBRARY_ARCHITECTURE}")
@@ -24,13 +30,13 @@ else()
   set(ZELCLI_DPKG_ARGUMENTS --print-architecture)
 endif()
 if(NOT ZELCLI_DPKG_TOOL)
-  message(STATUS "Debian packages not available: no dpkg on this machine")
+  message(${unavailable} "Debian packages not available: no dpkg on this machine")
   return()
 endif()
 execute_process(COMMAND ${ZELCLI_DPKG_TOOL} ${ZELCLI_DPKG_ARGUMENTS}
   OUTPUT_VARIABLE ZELCLI_DEB_ARCH OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
 if(NOT ZELCLI_DEB_ARCH)
-  message(STATUS "Debian packages not available: dpkg knows no Debian architecture for "
+  message(${unavailable} "Debian packages not available: dpkg knows no Debian architecture for "
                  "'${CMAKE_LIBRARY_ARCHITECTURE}'")
   return()
 endif()

@@ -25,6 +25,11 @@ cmake -S "$source" -B "$work/build" -DCMAKE_BUILD_TYPE=Release -DZELCLI_BUILD_EX
   "${@:3}" >"$work/log" &&
   grep -x -- '-- Debian packages not available: no dpkg on this machine' "$work/log" &&
   cmake --build "$work/build" >"$work/log" || { cat "$work/log"; fail "configure and build"; }
+# make deb's first step, the deb preset's configure, must stop and say why.
+if (cd "$source" && cmake --preset deb -B "$work/deb") >"$work/log" 2>&1; then
+  fail "the deb preset configured"
+fi
+grep 'Debian packages not available: no dpkg' "$work/log" || { cat "$work/log"; fail "make deb"; }
 
 cmake --install "$work/build" --prefix "$work/installed" >/dev/null
 mv "$work/installed" "$work/moved"
